@@ -1,0 +1,77 @@
+#include "Basis/Crash.h"
+
+#include <cxxabi.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <typeinfo>
+
+namespace Basis {
+
+namespace {
+
+const char* programName = "vetra";
+
+// One write for the whole line: other threads may be writing to the same terminal.
+void writeLine(const std::string& text) {
+    const std::string line = text + "\n";
+    std::size_t done = 0;
+    while (done < line.size()) {
+        const ssize_t written = ::write(STDERR_FILENO, line.data() + done, line.size() - done);
+        if (written <= 0)
+            return;
+        done += static_cast<std::size_t>(written);
+    }
+}
+
+std::string typeNameOfCurrentException() {
+    const std::type_info* type = abi::__cxa_current_exception_type();
+    if (!type)
+        return "no exception";
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> name(
+        abi::__cxa_demangle(type->name(), nullptr, nullptr, &status), &std::free);
+    return name ? name.get() : type->name();
+}
+
+[[noreturn]] void reportAndAbort() {
+    std::string text =
+        std::string(programName) + ": unexpected exception " + typeNameOfCurrentException();
+    try {
+        if (std::current_exception())
+            std::rethrow_exception(std::current_exception());
+    } catch (const std::exception& exception) {
+        text.append(": ").append(exception.what());
+    } catch (...) {
+        // Its type is all that is known of it.
+    }
+    writeLine(text);
+    std::abort();
+}
+
+}  // namespace
+
+const char* baseName(const char* path) {
+    const char* slash = std::strrchr(path, '/');
+    return slash ? slash + 1 : path;
+}
+
+void crashImpl(const char* file, int line, const char* text) {
+    writeLine(std::string(programName) + ": fatal: " + text + " (" + baseName(file) + ":" +
+              std::to_string(line) + ")");
+    std::abort();
+}
+
+void crashImpl(const char* file, int line, const std::exception& exception) {
+    crashImpl(file, line, exception.what());
+}
+
+void nameUncaughtExceptions(const char* program) {
+    programName = program;
+    std::set_terminate(&reportAndAbort);
+}
+
+}  // namespace Basis

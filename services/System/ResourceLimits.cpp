@@ -1,0 +1,37 @@
+#include "System/ResourceLimits.h"
+
+#include <sys/resource.h>
+
+#include <fstream>
+
+namespace System {
+
+namespace {
+
+// The kernel refuses a hard limit above this, also to root.
+rlim_t kernelMaximum() {
+    std::ifstream file("/proc/sys/fs/nr_open");
+    rlim_t maximum = 0;
+    file >> maximum;
+    return maximum;
+}
+
+}  // namespace
+
+unsigned long raiseOpenFileLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return 0;
+    const rlim_t maximum = kernelMaximum();
+    if (maximum > limit.rlim_max) {
+        const rlimit highest{maximum, maximum};
+        if (::setrlimit(RLIMIT_NOFILE, &highest) == 0)
+            return maximum;
+    }
+    const rlimit raised{limit.rlim_max, limit.rlim_max};
+    if (::setrlimit(RLIMIT_NOFILE, &raised) == 0)
+        return raised.rlim_cur;
+    return limit.rlim_cur;
+}
+
+}  // namespace System
