@@ -1,0 +1,102 @@
+#include "Diagnose/TraceConfiguration.h"
+
+#include <errno.h>
+#include <spdlog/logger.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <unistd.h>
+
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "Basis/Crash.h"
+
+namespace Diagnose {
+
+namespace {
+
+struct TraceFile {
+    std::mutex mutex;
+    bool configured = false;
+    bool failed = false;
+    std::string path;
+    std::unique_ptr<spdlog::logger> logger;
+};
+
+// Never destroyed: a topic may trace while statics go.
+TraceFile& traceFile() {
+    static TraceFile* const instance = new TraceFile;
+    return *instance;
+}
+
+spdlog::level::level_enum spdlogLevel(TraceLevel level) {
+    switch (level) {
+        case TraceLevel::Fatal:
+            return spdlog::level::critical;
+        case TraceLevel::Error:
+            return spdlog::level::err;
+        case TraceLevel::Warning:
+            return spdlog::level::warn;
+        case TraceLevel::Info:
+            return spdlog::level::info;
+        case TraceLevel::Debug:
+            return spdlog::level::debug;
+        case TraceLevel::Off:
+            break;
+    }
+    return spdlog::level::off;
+}
+
+void openFile(TraceFile& file) {
+    auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(file.path);
+    file.logger = std::make_unique<spdlog::logger>("trace", std::move(sink));
+    file.logger->set_pattern("%Y-%m-%d %H:%M:%S.%f [%t] %l %v");
+    file.logger->set_level(spdlog::level::trace);
+    // What was traced must survive an abort.
+    file.logger->flush_on(spdlog::level::trace);
+    file.logger->set_error_handler([](const std::string&) { traceFile().failed = true; });
+}
+
+}  // namespace
+
+bool TraceConfiguration::isConfigured() {
+    TraceFile& file = traceFile();
+    const std::scoped_lock lock(file.mutex);
+    return file.configured;
+}
+
+void TraceConfiguration::initializeExecutable(std::string_view directory, int fileType,
+                                              int formatterType) {
+    Basis::assertThat(fileType == 1, "trace file type is 1, a plain text file");
+    Basis::assertThat(formatterType == 1, "trace formatter type is 1, one line of text");
+    TraceFile& file = traceFile();
+    const std::scoped_lock lock(file.mutex);
+    if (file.configured)
+        return;
+    file.configured = true;
+    file.path.assign(directory).append("/").append(program_invocation_short_name);
+    file.path.append("_").append(std::to_string(::getpid())).append(".diag.trc");
+}
+
+void TraceConfiguration::write(const char* topic, TraceLevel level, std::string_view text) {
+    const int lastError = errno;
+    TraceFile& file = traceFile();
+    {
+        const std::scoped_lock lock(file.mutex);
+        if (file.configured && !file.failed) {
+            try {
+                if (!file.logger)
+                    openFile(file);
+                file.logger->log(spdlogLevel(level), "{}: {}", topic, text);
+            } catch (const spdlog::spdlog_ex& error) {
+                file.failed = true;
+                std::cerr << "vetra: no diagnostic trace is written: " << error.what() << std::endl;
+            }
+        }
+    }
+    errno = lastError;
+}
+
+}  // namespace Diagnose

@@ -1,0 +1,88 @@
+#include "FileAccess/FileFunctions.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+namespace FileAccess {
+
+namespace {
+
+// A path comes from a configuration: behind a NUL the kernel would see another path than the
+// caller.
+bool isUsable(std::string_view path) {
+    return !path.empty() && path.find('\0') == std::string_view::npos;
+}
+
+FileDescriptor refused(FileDescriptor descriptor, int reason) {
+    if (descriptor >= 0)
+        ::close(descriptor);
+    errno = reason;
+    return INVALID_FILE_DESCRIPTOR;
+}
+
+}  // namespace
+
+FileDescriptor fileOpen(std::string_view path, int mode, unsigned permissions, unsigned flags,
+                        bool& created) {
+    created = false;
+    if (!isUsable(path) || (mode != readExisting && mode != writeExisting))
+        return refused(-1, EINVAL);
+
+    int openFlags = mode == readExisting ? O_RDONLY : (O_WRONLY | O_NONBLOCK);
+    if ((flags & closeOnExec) != 0)
+        openFlags |= O_CLOEXEC;
+    const std::string terminated(path);
+    FileDescriptor descriptor = -1;
+    do {
+        descriptor = ::open(terminated.c_str(), openFlags, static_cast<mode_t>(permissions));
+    } while (descriptor < 0 && errno == EINTR);
+    if (descriptor < 0)
+        return INVALID_FILE_DESCRIPTOR;
+
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0)
+        return refused(descriptor, errno);
+    if (S_ISDIR(status.st_mode))
+        return refused(descriptor, EISDIR);
+    if (mode == writeExisting)
+        ::fcntl(descriptor, F_SETFL, 0);
+    return descriptor;
+}
+
+bool getCurrentDirectory(Basis::string& directory) {
+    std::vector<char> buffer(512);
+    while (!::getcwd(buffer.data(), buffer.size())) {
+        if (errno != ERANGE) {
+            directory = ".";
+            return false;
+        }
+        buffer.resize(buffer.size() * 2);
+    }
+    directory = buffer.data();
+    return true;
+}
+
+bool directoryExists(std::string_view path) {
+    struct stat status {};
+    return isUsable(path) && ::stat(std::string(path).c_str(), &status) == 0 &&
+           S_ISDIR(status.st_mode);
+}
+
+bool directoryCreate(std::string_view path) {
+    if (!isUsable(path))
+        return false;
+    const std::string whole(path);
+    for (std::size_t end = whole.find('/', 1);; end = whole.find('/', end + 1)) {
+        ::mkdir(whole.substr(0, end).c_str(), 0777);
+        if (end == std::string::npos)
+            break;
+    }
+    return directoryExists(path);
+}
+
+}  // namespace FileAccess

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string_view>
+
+#include "Basis/Containers.h"
+
+namespace FileAccess {
+
+using FileDescriptor = int;
+inline constexpr FileDescriptor INVALID_FILE_DESCRIPTOR = -1;
+
+/// What fileOpen may do with the file.
+enum FileMode : int {
+    readExisting = 0,   ///< read; the file must be there
+    writeExisting = 1,  ///< write; the file must be there and is left as it is
+};
+
+/// Flags of fileOpen, to be combined with `|`.
+enum FileFlags : unsigned {
+    closeOnExec = 2,  ///< programs that this process starts do not inherit the descriptor
+};
+
+/// Opens a file and returns its descriptor, which the caller owns, or INVALID_FILE_DESCRIPTOR with
+/// the reason in errno.
+///
+/// A directory is refused with EISDIR in either mode, as is, when writing, a pipe that nobody
+/// reads: the call never waits for a peer on the writing side. `permissions` are those that a
+/// created file would get; neither mode creates one, so `created` comes back false.
+FileDescriptor fileOpen(std::string_view path, int mode, unsigned permissions, unsigned flags,
+                        bool& created);
+
+/// The process's current directory. Returns false, and gives ".", if it has been removed.
+bool getCurrentDirectory(Basis::string& directory);
+
+/// True if the path names a directory, also through a symbolic link.
+bool directoryExists(std::string_view path);
+
+/// Creates a directory with all its missing parents, with the mode that the umask leaves. Returns
+/// true if the directory is there afterwards.
+bool directoryCreate(std::string_view path);
+
+}  // namespace FileAccess
