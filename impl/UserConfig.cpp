@@ -15,12 +15,14 @@ namespace {
 
 constexpr double keyOfFirstTest = 1.0;
 
-[[noreturn]] void refuse(std::string_view key) {
+[[noreturn]] void refuse(std::string_view key)
+{
     raise(Vetra__ERR_INVALID_USER_CONFIG(), {key});
 }
 
 // Toward zero; a number beyond 32 bits becomes the nearest that fits.
-std::int32_t nearestInt32(double number) {
+std::int32_t nearestInt32(double number)
+{
     using Limits = std::numeric_limits<std::int32_t>;
     if (number >= Limits::max())
         return Limits::max();
@@ -30,7 +32,8 @@ std::int32_t nearestInt32(double number) {
 }
 
 void readTestMember(TestConfig& test, const string& key, const TypedJson& value,
-                    Basis::Allocator& allocator) {
+                    Basis::Allocator& allocator)
+{
     if (key == "class" && value.type() == JsonType::String) {
         test.setTestClass(value.text());
     } else if (key == "config" && value.type() == JsonType::Object) {
@@ -54,18 +57,22 @@ TestConfig::TestConfig(Basis::Allocator& ownerAllocator)
     : allocator(ownerAllocator),
       testPackage(&ownerAllocator),
       configString(&ownerAllocator),
-      testClass(&ownerAllocator) {}
+      testClass(&ownerAllocator)
+{
+}
 
 UserConfig::UserConfig(Basis::Allocator& ownerAllocator)
     : allocator(ownerAllocator),
       bladesList(&ownerAllocator),
       testConfigMap(&ownerAllocator),
       outputDir(&ownerAllocator),
-      reportId(&ownerAllocator) {
+      reportId(&ownerAllocator)
+{
     FileAccess::getCurrentDirectory(outputDir);
 }
 
-void UserConfig::readJsonUserConfig(string& text) {
+void UserConfig::readJsonUserConfig(string& text)
+{
     JoltUtils::JsonAllocator jsonAllocator(JoltUtils::JsonAllocator::getDefaultAllocator());
     JoltUtils::JsonObject members(jsonAllocator);
     if (!JoltUtils::jsonParse(text.data(), text.size(), members, jsonAllocator)) {
@@ -76,7 +83,8 @@ void UserConfig::readJsonUserConfig(string& text) {
         readMember(key, value);
 }
 
-void UserConfig::readMember(const string& key, const TypedJson& value) {
+void UserConfig::readMember(const string& key, const TypedJson& value)
+{
     if (key == "blades" && value.type() == JsonType::Array) {
         readBlades(value.array());
     } else if (key == "output_dir" && value.type() == JsonType::String) {
@@ -93,7 +101,8 @@ void UserConfig::readMember(const string& key, const TypedJson& value) {
     }
 }
 
-void UserConfig::readBlades(const JoltUtils::JsonArray& blades) {
+void UserConfig::readBlades(const JoltUtils::JsonArray& blades)
+{
     bladesList.clear();
     bladesList.reserve(blades.size());
     for (const TypedJson& blade : blades) {
@@ -102,13 +111,15 @@ void UserConfig::readBlades(const JoltUtils::JsonArray& blades) {
     }
 }
 
-void UserConfig::readOutputDir(const string& directory) {
+void UserConfig::readOutputDir(const string& directory)
+{
     if (!FileAccess::directoryExists(directory))
         FileAccess::directoryCreate(directory);
     outputDir = directory;
 }
 
-void UserConfig::readTests(const JoltUtils::JsonArray& tests) {
+void UserConfig::readTests(const JoltUtils::JsonArray& tests)
+{
     TestConfigMap read(&allocator);
     // Never counted up: an entry without an id takes the key, and the place, of the one before it.
     double runningKey = keyOfFirstTest;
@@ -127,7 +138,8 @@ void UserConfig::readTests(const JoltUtils::JsonArray& tests) {
     testConfigMap = std::move(read);
 }
 
-string UserConfig::printUserConfigToString() const {
+string UserConfig::printUserConfigToString() const
+{
     Basis::ostringstream text = Basis::outputStream(allocator);
     text << "useZdb: " << useZdb << "\n";
     text << "blades: ";

@@ -18,9 +18,12 @@ constexpr unsigned ownerOnly = 0600;
 }  // namespace
 
 VetraHelper::VetraHelper(Basis::Allocator& ownerAllocator)
-    : allocator(ownerAllocator), ownTests(&ownerAllocator) {}
+    : allocator(ownerAllocator), ownTests(&ownerAllocator)
+{
+}
 
-void VetraHelper::readFromFile(const string& path, string& content) {
+void VetraHelper::readFromFile(const string& path, string& content)
+{
     Basis::ostringstream message = Basis::outputStream(allocator);
     message << "Reading from file " << path;
     writeToTrace(TRACE_INFO, message.str().c_str());
@@ -42,7 +45,8 @@ void VetraHelper::readFromFile(const string& path, string& content) {
     content = text.str();
 }
 
-void VetraHelper::writeToTrace(TRACE_TYPE type, const char* message) {
+void VetraHelper::writeToTrace(TRACE_TYPE type, const char* message)
+{
     const System::LocalTime time = System::getSystemTimeLocal();
     string path(&allocator);
     FileAccess::getCurrentDirectory(path);
@@ -60,7 +64,8 @@ void VetraHelper::writeToTrace(TRACE_TYPE type, const char* message) {
         file << time << " TRACE INFO: " << message << std::endl;
 }
 
-void VetraHelper::runTests(UserConfig& config, TestMap& tests) {
+void VetraHelper::runTests(UserConfig& config, TestMap& tests)
+{
     VetraTestFactoryImpl factory(allocator);
     TestConfigMap entries(&allocator);
     config.getTestConfigMap(entries);
@@ -78,7 +83,8 @@ void VetraHelper::runTests(UserConfig& config, TestMap& tests) {
     }
 }
 
-void VetraHelper::runTest(UserConfig& config, VetraTestInterface& test, string& testConfig) {
+void VetraHelper::runTest(UserConfig& config, VetraTestInterface& test, string& testConfig)
+{
     std::cout << "Test usage:\n" << test.getTestUsage() << std::endl;
     std::cout << "Setting test configuration: " << testConfig << std::endl;
     test.setTestConfig(testConfig);
@@ -107,7 +113,8 @@ void VetraHelper::runTest(UserConfig& config, VetraTestInterface& test, string& 
 }
 
 string VetraHelper::writeTestResultToFile(double id, string& outputDir, string& testName,
-                                          string& result) {
+                                          string& result)
+{
     Basis::ostringstream name = Basis::outputStream(allocator);
     name << outputDir << "/test_" << id << '_' << System::getSystemMilliTimeLocal() << "_Vetra_"
          << testName;

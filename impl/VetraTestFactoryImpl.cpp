@@ -10,7 +10,8 @@ namespace Vetra {
 namespace {
 
 template <class Test>
-TestPointer make(Basis::Allocator& allocator) {
+TestPointer make(Basis::Allocator& allocator)
+{
     return std::allocate_shared<Test>(std::pmr::polymorphic_allocator<Test>(&allocator), allocator);
 }
 
@@ -27,7 +28,8 @@ constexpr Registration registrations[] = {
 
 VetraTestFactoryImpl::VetraTestFactoryImpl(Basis::Allocator&) {}
 
-TestPointer VetraTestFactoryImpl::createInstance(Basis::Allocator& allocator, string& testClass) {
+TestPointer VetraTestFactoryImpl::createInstance(Basis::Allocator& allocator, string& testClass)
+{
     for (const Registration& registration : registrations) {
         if (testClass == registration.testClass) {
             std::cout << "Creating Test instance " << testClass << "..." << std::endl;

@@ -2,7 +2,8 @@
 #include "System/ResourceLimits.h"
 #include "impl/vetra.h"
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv)
+{
     Basis::nameUncaughtExceptions("vetra");
     // Each line of the log keeps a descriptor until the end; a long run must still be able to start
     // its commands and write its results.

@@ -23,7 +23,8 @@ Basis::Allocator& alloc = *allocator;
 Diagnose::TraceTopic TRACE_VETRA;
 
 const struct TraceInitializer {
-    TraceInitializer() {
+    TraceInitializer()
+    {
         TRACE_VETRA.init("vetraSuite", "vetraSuite");
         TRACE_VETRA.initStat();
     }
@@ -32,7 +33,8 @@ const struct TraceInitializer {
 
 constexpr int usageError = -1;
 
-void runTestsOfFile(VetraHelper& helper, UserConfig& config, const char* file) {
+void runTestsOfFile(VetraHelper& helper, UserConfig& config, const char* file)
+{
     const string path(file, &alloc);
     string text(&alloc);
     helper.readFromFile(path, text);
@@ -56,7 +58,8 @@ void runTestsOfFile(VetraHelper& helper, UserConfig& config, const char* file) {
     }
 }
 
-void run(const char* file) {
+void run(const char* file)
+{
     VetraHelper helper(alloc);
     UserConfig config(alloc);
     try {
@@ -68,7 +71,8 @@ void run(const char* file) {
 
 }  // namespace
 
-string vetraUsage() {
+string vetraUsage()
+{
     return string(
         "Usage: ./vetra -f testconfig.json for hardware validation test\n"
         "       or ./vetra -h or --help for usage info\n"
@@ -76,11 +80,13 @@ string vetraUsage() {
         &alloc);
 }
 
-void vetraVersion() {
+void vetraVersion()
+{
     std::cout << "vetra-" << zdbver_version() << " (" << zdbver_compiledate() << ")" << std::endl;
 }
 
-int runVetra(int argc, char** argv) {
+int runVetra(int argc, char** argv)
+{
     const std::string_view flag = argc > 1 ? argv[1] : "";
     if (argc == 2 && (flag == "-h" || flag == "--help")) {
         std::cout << vetraUsage() << std::endl;

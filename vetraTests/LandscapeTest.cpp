@@ -62,7 +62,8 @@ constexpr RulePointer checks[] = {
 };
 static_assert(std::size(checks) == 13);
 
-string versionText(Basis::Allocator& allocator) {
+string versionText(Basis::Allocator& allocator)
+{
     Basis::ostringstream text = Basis::outputStream(allocator);
     text << "evalOS-" << zdbver_version() << " (" << zdbver_compiledate() << ")";
     return text.str();
@@ -82,9 +83,12 @@ EvalOS::EvalOS(Basis::Allocator& ownerAllocator)
       testHumanReadableResult(&allocator),
       testOutputLocation(&allocator),
       testHost(&allocator),
-      testContactInfo(&allocator) {}
+      testContactInfo(&allocator)
+{
+}
 
-std::int32_t EvalOS::runTest() {
+std::int32_t EvalOS::runTest()
+{
     if (!Diagnose::TraceConfiguration::isConfigured()) {
         string directory(&allocator);
         FileAccess::getCurrentDirectory(directory);
@@ -111,42 +115,51 @@ std::int32_t EvalOS::runTest() {
     return testHasRun;
 }
 
-string EvalOS::getTestName() const {
+string EvalOS::getTestName() const
+{
     return copyOf(testName);
 }
 
-string EvalOS::getTestVersion() const {
+string EvalOS::getTestVersion() const
+{
     return copyOf(testVersion);
 }
 
-string EvalOS::getTestUsage() const {
+string EvalOS::getTestUsage() const
+{
     return copyOf(testUsage);
 }
 
-string EvalOS::getDefaultTestConfig() const {
+string EvalOS::getDefaultTestConfig() const
+{
     return copyOf(defaultTestConfig);
 }
 
 void EvalOS::setTestTrigger(string&) {}
 
-string EvalOS::getTestTrigger() const {
+string EvalOS::getTestTrigger() const
+{
     return copyOf(testTrigger);
 }
 
-void EvalOS::setTestConfig(string& config) {
+void EvalOS::setTestConfig(string& config)
+{
     testConfig = config;
 }
 
-string EvalOS::getTestConfig() const {
+string EvalOS::getTestConfig() const
+{
     return copyOf(testConfig);
 }
 
-std::int64_t EvalOS::getTestEstimatedDuration() {
+std::int64_t EvalOS::getTestEstimatedDuration()
+{
     estimatedDuration = expectedMilliseconds;
     return estimatedDuration;
 }
 
-float EvalOS::getTestProgressPercentage() {
+float EvalOS::getTestProgressPercentage()
+{
     progressPercentage = 100.0F;
     return progressPercentage;
 }
@@ -155,58 +168,71 @@ void EvalOS::setUp() {}
 
 void EvalOS::tearDown() {}
 
-std::int32_t EvalOS::interruptTest() {
+std::int32_t EvalOS::interruptTest()
+{
     return -1;
 }
 
-void EvalOS::setTestResult(bool result) {
+void EvalOS::setTestResult(bool result)
+{
     testResult = result;
 }
 
-bool EvalOS::getTestResult() {
+bool EvalOS::getTestResult()
+{
     return testResult;
 }
 
-string EvalOS::getTestJsonResult() {
+string EvalOS::getTestJsonResult()
+{
     return copyOf(testJsonResult);
 }
 
-string EvalOS::getTestHumanReadableResult() {
+string EvalOS::getTestHumanReadableResult()
+{
     return copyOf(testHumanReadableResult);
 }
 
-void EvalOS::Destroy() {
+void EvalOS::Destroy()
+{
     delete this;
 }
 
-void EvalOS::setTestOutputLocation(string& location) {
+void EvalOS::setTestOutputLocation(string& location)
+{
     testOutputLocation = location;
 }
 
-string EvalOS::getTestOutputLocation() {
+string EvalOS::getTestOutputLocation()
+{
     return copyOf(testOutputLocation);
 }
 
-void EvalOS::setTestHost(string& host) {
+void EvalOS::setTestHost(string& host)
+{
     testHost = host;
 }
 
-string EvalOS::getTestHost() {
+string EvalOS::getTestHost()
+{
     const char* host = System::Environment::getenv("HOST", nullptr);
     return string(host ? host : "", &allocator);
 }
 
-void EvalOS::setTestContactInfo(string& contactInfo) {
+void EvalOS::setTestContactInfo(string& contactInfo)
+{
     testContactInfo = contactInfo;
 }
 
-string EvalOS::getTestContactInfo() {
+string EvalOS::getTestContactInfo()
+{
     return copyOf(testContactInfo);
 }
 
 void EvalOS::notifyTestStatus() {}
 
-void EvalOS::postTestAction() {
+void EvalOS::postTestAction()
+{
     std::cout << "No action is required for post Test" << std::endl;
 }
 

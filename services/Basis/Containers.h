@@ -32,7 +32,8 @@ using ostringstream = std::basic_ostringstream<char, std::char_traits<char>, Tex
 using istringstream = std::basic_istringstream<char, std::char_traits<char>, TextAllocator>;
 
 /// An output stream into a string of the given domain.
-inline ostringstream outputStream(Allocator& allocator) {
+inline ostringstream outputStream(Allocator& allocator)
+{
     return ostringstream(std::ios_base::out, TextAllocator(&allocator));
 }
 

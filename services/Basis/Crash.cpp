@@ -16,7 +16,8 @@ namespace {
 const char* programName = "vetra";
 
 // One write for the whole line: other threads may be writing to the same terminal.
-void writeLine(const std::string& text) {
+void writeLine(const std::string& text)
+{
     const std::string line = text + "\n";
     std::size_t done = 0;
     while (done < line.size()) {
@@ -27,7 +28,8 @@ void writeLine(const std::string& text) {
     }
 }
 
-std::string typeNameOfCurrentException() {
+std::string typeNameOfCurrentException()
+{
     const std::type_info* type = abi::__cxa_current_exception_type();
     if (!type)
         return "no exception";
@@ -37,7 +39,8 @@ std::string typeNameOfCurrentException() {
     return name ? name.get() : type->name();
 }
 
-[[noreturn]] void reportAndAbort() {
+[[noreturn]] void reportAndAbort()
+{
     std::string text =
         std::string(programName) + ": unexpected exception " + typeNameOfCurrentException();
     try {
@@ -54,22 +57,26 @@ std::string typeNameOfCurrentException() {
 
 }  // namespace
 
-const char* baseName(const char* path) {
+const char* baseName(const char* path)
+{
     const char* slash = std::strrchr(path, '/');
     return slash ? slash + 1 : path;
 }
 
-void crashImpl(const char* file, int line, const char* text) {
+void crashImpl(const char* file, int line, const char* text)
+{
     writeLine(std::string(programName) + ": fatal: " + text + " (" + baseName(file) + ":" +
               std::to_string(line) + ")");
     std::abort();
 }
 
-void crashImpl(const char* file, int line, const std::exception& exception) {
+void crashImpl(const char* file, int line, const std::exception& exception)
+{
     crashImpl(file, line, exception.what());
 }
 
-void nameUncaughtExceptions(const char* program) {
+void nameUncaughtExceptions(const char* program)
+{
     programName = program;
     std::set_terminate(&reportAndAbort);
 }

@@ -14,7 +14,8 @@ namespace Basis {
 /// Stops the program with `text` unless the condition holds. Active in every build: a wrong figure
 /// costs more than an early end.
 inline void assertThat(bool condition, const char* text, const char* file = __builtin_FILE(),
-                       int line = __builtin_LINE()) {
+                       int line = __builtin_LINE())
+{
     if (!condition) [[unlikely]]
         crashImpl(file, line, text);
 }

@@ -16,7 +16,8 @@ struct Registry {
     std::vector<const char*> names;
 };
 
-Registry& registry() {
+Registry& registry()
+{
     static Registry instance;
     return instance;
 }
@@ -28,7 +29,8 @@ struct Placeholder {
 };
 
 // "$name$" with letters, digits and underscores between the two signs.
-Placeholder nextPlaceholder(std::string_view message, std::size_t from) {
+Placeholder nextPlaceholder(std::string_view message, std::size_t from)
+{
     for (std::size_t open = message.find('$', from); open != std::string_view::npos;
          open = message.find('$', open + 1)) {
         std::size_t close = open + 1;
@@ -42,7 +44,8 @@ Placeholder nextPlaceholder(std::string_view message, std::size_t from) {
 }
 
 // Arguments may hold foreign text; the form must stay one line on any terminal.
-void appendPrintable(std::string& out, std::string_view text) {
+void appendPrintable(std::string& out, std::string_view text)
+{
     static const char digits[] = "0123456789abcdef";
     for (const char letter : text) {
         const auto byte = static_cast<unsigned char>(letter);
@@ -58,19 +61,22 @@ void appendPrintable(std::string& out, std::string_view text) {
     }
 }
 
-const char* systemErrorName(int number) {
+const char* systemErrorName(int number)
+{
     const char* name = ::strerrorname_np(number);
     return name ? name : "unknown";
 }
 
 }  // namespace
 
-const ErrorCategory& genericErrorCategory() {
+const ErrorCategory& genericErrorCategory()
+{
     static const ErrorCategory category{"generic"};
     return category;
 }
 
-ErrorRecord registeredError(std::uint32_t code, const char* message, const char* symbolicName) {
+ErrorRecord registeredError(std::uint32_t code, const char* message, const char* symbolicName)
+{
     Registry& all = registry();
     const std::scoped_lock lock(all.mutex);
     all.names.push_back(symbolicName);
@@ -78,29 +84,34 @@ ErrorRecord registeredError(std::uint32_t code, const char* message, const char*
             static_cast<ErrorHandle>(all.names.size())};
 }
 
-std::size_t registrationsOf(std::string_view symbolicName) {
+std::size_t registrationsOf(std::string_view symbolicName)
+{
     Registry& all = registry();
     const std::scoped_lock lock(all.mutex);
     return static_cast<std::size_t>(std::count(all.names.begin(), all.names.end(), symbolicName));
 }
 
 Exception::Exception(const char* file, int line, const ErrorRecord& record)
-    : sourceFile(file), sourceLine(line), errorRecord(&record) {
+    : sourceFile(file), sourceLine(line), errorRecord(&record)
+{
     compose();
 }
 
 Exception::Exception(const char* file, int line, int systemError)
-    : sourceFile(file), sourceLine(line), errorNumber(systemError) {
+    : sourceFile(file), sourceLine(line), errorNumber(systemError)
+{
     compose();
 }
 
-Exception& Exception::addArgument(std::string_view argumentText, std::string_view name) {
+Exception& Exception::addArgument(std::string_view argumentText, std::string_view name)
+{
     arguments.push_back({std::string(argumentText), std::string(name)});
     compose();
     return *this;
 }
 
-void Exception::compose() {
+void Exception::compose()
+{
     const int code = errorRecord ? static_cast<int>(errorRecord->code) : errorNumber;
     const char* name = errorRecord ? errorRecord->symbolicName : systemErrorName(errorNumber);
     const std::string message = errorRecord ? errorRecord->message : std::strerror(errorNumber);
@@ -141,7 +152,8 @@ void Exception::compose() {
     text.append(std::to_string(sourceLine)).append(")");
 }
 
-std::ostream& operator<<(std::ostream& stream, const Exception& exception) {
+std::ostream& operator<<(std::ostream& stream, const Exception& exception)
+{
     return stream << exception.what();
 }
 

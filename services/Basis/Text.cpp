@@ -5,16 +5,19 @@
 
 namespace Basis {
 
-std::string_view behindFirst(std::string_view text, std::string_view separator) {
+std::string_view behindFirst(std::string_view text, std::string_view separator)
+{
     const std::size_t position = text.find(separator);
     return position == std::string_view::npos ? text : text.substr(position + separator.size());
 }
 
-std::string_view beforeFirst(std::string_view text, std::string_view separator) {
+std::string_view beforeFirst(std::string_view text, std::string_view separator)
+{
     return text.substr(0, text.find(separator));
 }
 
-std::string_view trimmed(std::string_view text) {
+std::string_view trimmed(std::string_view text)
+{
     constexpr std::string_view blanks = " \r\n\t";
     const std::size_t begin = text.find_first_not_of(blanks);
     if (begin == std::string_view::npos)
@@ -22,7 +25,8 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
 }
 
-vector<std::string_view> split(std::string_view text, char separator, Allocator& allocator) {
+vector<std::string_view> split(std::string_view text, char separator, Allocator& allocator)
+{
     vector<std::string_view> pieces(&allocator);
     while (!text.empty()) {
         const std::size_t end = text.find(separator);
@@ -32,7 +36,8 @@ vector<std::string_view> split(std::string_view text, char separator, Allocator&
     return pieces;
 }
 
-std::int32_t toInt32(std::string_view text) {
+std::int32_t toInt32(std::string_view text)
+{
     const std::string terminated(text);
     const long value = std::strtol(terminated.c_str(), nullptr, 10);
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(value));

@@ -7,11 +7,13 @@
 
 namespace Basis {
 
-inline bool contains(std::string_view text, std::string_view word) {
+inline bool contains(std::string_view text, std::string_view word)
+{
     return text.find(word) != std::string_view::npos;
 }
 
-inline bool startsWith(std::string_view text, std::string_view beginning) {
+inline bool startsWith(std::string_view text, std::string_view beginning)
+{
     return text.substr(0, beginning.size()) == beginning;
 }
 

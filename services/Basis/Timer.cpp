@@ -11,14 +11,16 @@ namespace {
 constexpr std::uint64_t nanosecondsPerSecond = 1'000'000'000;
 constexpr std::uint64_t calibrationNanoseconds = 20'000'000;
 
-std::uint64_t monotonicNanoseconds() {
+std::uint64_t monotonicNanoseconds()
+{
     timespec now{};
     ::clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<std::uint64_t>(now.tv_sec) * nanosecondsPerSecond +
            static_cast<std::uint64_t>(now.tv_nsec);
 }
 
-bool hasInvariantCounter() {
+bool hasInvariantCounter()
+{
     unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
     return __get_cpuid(0x80000007, &eax, &ebx, &ecx, &edx) != 0 && (edx & (1U << 8)) != 0;
 }
@@ -30,7 +32,8 @@ struct Sample {
 
 // Of several readings the one with the least time around it: the process may lose the processor
 // between the two clocks.
-Sample bestSample() {
+Sample bestSample()
+{
     Sample best{};
     std::uint64_t narrowest = UINT64_MAX;
     for (int attempt = 0; attempt < 16; ++attempt) {
@@ -50,7 +53,8 @@ struct Calibration {
     std::uint64_t ticks = 1;  // in that many nanoseconds
     std::uint64_t nanoseconds = 1;
 
-    Calibration() {
+    Calibration()
+    {
         if (!useCounter)
             return;
         const Sample begin = bestSample();
@@ -62,24 +66,28 @@ struct Calibration {
     }
 };
 
-const Calibration& calibration() {
+const Calibration& calibration()
+{
     static const Calibration instance;
     return instance;
 }
 
 }  // namespace
 
-std::uint64_t Timer::s_fHiPerfTimer() {
+std::uint64_t Timer::s_fHiPerfTimer()
+{
     return calibration().useCounter ? __rdtsc() : monotonicNanoseconds();
 }
 
-std::uint64_t Timer::s_fHiPerfTimerConvert(std::uint64_t ticks) {
+std::uint64_t Timer::s_fHiPerfTimerConvert(std::uint64_t ticks)
+{
     const Calibration& scale = calibration();
     __extension__ using Wide = unsigned __int128;
     return static_cast<std::uint64_t>(Wide{ticks} * scale.nanoseconds / scale.ticks / 1000);
 }
 
-std::uint64_t Timer::s_fMicroTimer() {
+std::uint64_t Timer::s_fMicroTimer()
+{
     return monotonicNanoseconds() / 1000;
 }
 

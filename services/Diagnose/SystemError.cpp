@@ -8,19 +8,22 @@
 
 namespace Diagnose {
 
-std::ostream& operator<<(std::ostream& stream, SystemError error) {
+std::ostream& operator<<(std::ostream& stream, SystemError error)
+{
     const char* name = ::strerrorname_np(error.number);
     return stream << std::strerror(error.number) << " (" << error.number << ", "
                   << (name ? name : "unknown") << ')';
 }
 
-SystemError getSystemError() {
+SystemError getSystemError()
+{
     return {errno};
 }
 
 LastSystemErrorCache::LastSystemErrorCache() : saved(errno) {}
 
-void LastSystemErrorCache::restore(char const* tag) const {
+void LastSystemErrorCache::restore(char const* tag) const
+{
     const int disturbed = errno;
     if (disturbed != saved) {
         diagnoseTopic().trace(TraceLevel::Debug,

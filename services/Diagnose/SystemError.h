@@ -20,7 +20,9 @@ SystemError getSystemError();
 class SystemException : public Basis::Exception {
 public:
     SystemException(const char* file, int line, SystemError error)
-        : Basis::Exception(file, line, error.number) {}
+        : Basis::Exception(file, line, error.number)
+    {
+    }
 };
 
 /// Keeps the calling thread's last system error over work that may disturb it, such as composing an

@@ -26,12 +26,14 @@ struct TraceFile {
 };
 
 // Never destroyed: a topic may trace while statics go.
-TraceFile& traceFile() {
+TraceFile& traceFile()
+{
     static TraceFile* const instance = new TraceFile;
     return *instance;
 }
 
-spdlog::level::level_enum spdlogLevel(TraceLevel level) {
+spdlog::level::level_enum spdlogLevel(TraceLevel level)
+{
     switch (level) {
         case TraceLevel::Fatal:
             return spdlog::level::critical;
@@ -49,7 +51,8 @@ spdlog::level::level_enum spdlogLevel(TraceLevel level) {
     return spdlog::level::off;
 }
 
-void openFile(TraceFile& file) {
+void openFile(TraceFile& file)
+{
     auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(file.path);
     file.logger = std::make_unique<spdlog::logger>("trace", std::move(sink));
     file.logger->set_pattern("%Y-%m-%d %H:%M:%S.%f [%t] %l %v");
@@ -61,14 +64,16 @@ void openFile(TraceFile& file) {
 
 }  // namespace
 
-bool TraceConfiguration::isConfigured() {
+bool TraceConfiguration::isConfigured()
+{
     TraceFile& file = traceFile();
     const std::scoped_lock lock(file.mutex);
     return file.configured;
 }
 
 void TraceConfiguration::initializeExecutable(std::string_view directory, int fileType,
-                                              int formatterType) {
+                                              int formatterType)
+{
     Basis::assertThat(fileType == 1, "trace file type is 1, a plain text file");
     Basis::assertThat(formatterType == 1, "trace formatter type is 1, one line of text");
     TraceFile& file = traceFile();
@@ -80,7 +85,8 @@ void TraceConfiguration::initializeExecutable(std::string_view directory, int fi
     file.path.append("_").append(std::to_string(::getpid())).append(".diag.trc");
 }
 
-void TraceConfiguration::write(const char* topic, TraceLevel level, std::string_view text) {
+void TraceConfiguration::write(const char* topic, TraceLevel level, std::string_view text)
+{
     const int lastError = errno;
     TraceFile& file = traceFile();
     {

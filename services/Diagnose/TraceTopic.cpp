@@ -18,51 +18,60 @@ struct KnownTopics {
 };
 
 // Never destroyed: topics are statics of other files and go at moments of their own.
-KnownTopics& knownTopics() {
+KnownTopics& knownTopics()
+{
     static KnownTopics* const instance = new KnownTopics;
     return *instance;
 }
 
 }  // namespace
 
-void DiagTopic::init(const char* topicName, const char* topicDescription) {
+void DiagTopic::init(const char* topicName, const char* topicDescription)
+{
     ownName = topicName;
     ownDescription = topicDescription;
 }
 
-void TraceTopic::initStat() {
+void TraceTopic::initStat()
+{
     KnownTopics& all = knownTopics();
     const std::scoped_lock lock(all.mutex);
     if (!known.exchange(true))
         all.topics.push_back(this);
 }
 
-void TraceTopic::destroy() {
+void TraceTopic::destroy()
+{
     KnownTopics& all = knownTopics();
     const std::scoped_lock lock(all.mutex);
     known = false;
     std::erase(all.topics, this);
 }
 
-bool TraceTopic::isActive(TraceLevel level) const {
+bool TraceTopic::isActive(TraceLevel level) const
+{
     return level != TraceLevel::Off && known.load(std::memory_order_relaxed) &&
            level <= levelInForce.load(std::memory_order_relaxed);
 }
 
-void TraceTopic::trace(TraceLevel level, std::string_view text) const {
+void TraceTopic::trace(TraceLevel level, std::string_view text) const
+{
     if (isActive(level))
         TraceConfiguration::write(name(), level, text);
 }
 
-void TraceTopic::setGlobalTraceLevel(TraceLevel level) {
+void TraceTopic::setGlobalTraceLevel(TraceLevel level)
+{
     levelInForce = level;
 }
 
-TraceLevel TraceTopic::globalTraceLevel() {
+TraceLevel TraceTopic::globalTraceLevel()
+{
     return levelInForce;
 }
 
-const TraceTopic* TraceTopic::find(std::string_view name) {
+const TraceTopic* TraceTopic::find(std::string_view name)
+{
     KnownTopics& all = knownTopics();
     const std::scoped_lock lock(all.mutex);
     const auto found = std::find_if(all.topics.begin(), all.topics.end(),
@@ -70,7 +79,8 @@ const TraceTopic* TraceTopic::find(std::string_view name) {
     return found == all.topics.end() ? nullptr : *found;
 }
 
-const TraceTopic& diagnoseTopic() {
+const TraceTopic& diagnoseTopic()
+{
     static TraceTopic* const topic = [] {
         auto* made = new TraceTopic;
         made->init("diagnose", "diagnostics");

@@ -14,11 +14,13 @@ namespace {
 
 // A path comes from a configuration: behind a NUL the kernel would see another path than the
 // caller.
-bool isUsable(std::string_view path) {
+bool isUsable(std::string_view path)
+{
     return !path.empty() && path.find('\0') == std::string_view::npos;
 }
 
-FileDescriptor refused(FileDescriptor descriptor, int reason) {
+FileDescriptor refused(FileDescriptor descriptor, int reason)
+{
     if (descriptor >= 0)
         ::close(descriptor);
     errno = reason;
@@ -28,7 +30,8 @@ FileDescriptor refused(FileDescriptor descriptor, int reason) {
 }  // namespace
 
 FileDescriptor fileOpen(std::string_view path, int mode, unsigned permissions, unsigned flags,
-                        bool& created) {
+                        bool& created)
+{
     created = false;
     if (!isUsable(path) || (mode != readExisting && mode != writeExisting))
         return refused(-1, EINVAL);
@@ -54,7 +57,8 @@ FileDescriptor fileOpen(std::string_view path, int mode, unsigned permissions, u
     return descriptor;
 }
 
-bool getCurrentDirectory(Basis::string& directory) {
+bool getCurrentDirectory(Basis::string& directory)
+{
     std::vector<char> buffer(512);
     while (!::getcwd(buffer.data(), buffer.size())) {
         if (errno != ERANGE) {
@@ -67,13 +71,15 @@ bool getCurrentDirectory(Basis::string& directory) {
     return true;
 }
 
-bool directoryExists(std::string_view path) {
+bool directoryExists(std::string_view path)
+{
     struct stat status {};
     return isUsable(path) && ::stat(std::string(path).c_str(), &status) == 0 &&
            S_ISDIR(status.st_mode);
 }
 
-bool directoryCreate(std::string_view path) {
+bool directoryCreate(std::string_view path)
+{
     if (!isUsable(path))
         return false;
     const std::string whole(path);

@@ -17,7 +17,8 @@ class Writer {
 public:
     Writer(std::ostream& outputStream, bool onOneLine) : stream(outputStream), compact(onOneLine) {}
 
-    void write(const TypedJson& value) {
+    void write(const TypedJson& value)
+    {
         switch (value.type()) {
             case JsonType::Null:
                 stream << "null";
@@ -40,7 +41,8 @@ public:
         }
     }
 
-    void write(const JsonObject& object) {
+    void write(const JsonObject& object)
+    {
         writeAll(object, '{', '}', [this](const auto& member) {
             write(member.first);
             stream << (compact ? ":" : ": ");
@@ -49,11 +51,13 @@ public:
     }
 
 private:
-    void write(const JsonArray& array) {
+    void write(const JsonArray& array)
+    {
         writeAll(array, '[', ']', [this](const TypedJson& element) { write(element); });
     }
 
-    void write(double number) {
+    void write(double number)
+    {
         Basis::assertThat(std::isfinite(number), "JSON has no number that is not finite");
         char digits[40];
         const bool isWhole = std::trunc(number) == number && std::fabs(number) < exactWholeLimit;
@@ -63,14 +67,15 @@ private:
         stream << std::string_view(digits, static_cast<std::size_t>(end.ptr - digits));
     }
 
-    void write(const Basis::string& text) {
+    void write(const Basis::string& text)
+    {
         const nlohmann::json value = std::string(text);
         stream << value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     }
 
     template <class Container, class WriteElement>
-    void writeAll(const Container& container, char opening, char closing,
-                  WriteElement writeElement) {
+    void writeAll(const Container& container, char opening, char closing, WriteElement writeElement)
+    {
         stream << opening;
         ++depth;
         bool isFirst = true;
@@ -87,7 +92,8 @@ private:
         stream << closing;
     }
 
-    void startLine() {
+    void startLine()
+    {
         if (!compact)
             stream << '\n' << std::string(depth * 2, ' ');
     }
@@ -99,11 +105,13 @@ private:
 
 }  // namespace
 
-void jsonFormat(const JsonObject& object, std::ostream& stream, bool compact) {
+void jsonFormat(const JsonObject& object, std::ostream& stream, bool compact)
+{
     Writer(stream, compact).write(object);
 }
 
-Basis::string json2str(const TypedJson& value, Basis::string text) {
+Basis::string json2str(const TypedJson& value, Basis::string text)
+{
     std::ostringstream stream;
     Writer(stream, true).write(value);
     text.append(stream.view());

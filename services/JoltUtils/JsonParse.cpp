@@ -1,3 +1,4 @@
+#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "JoltUtils/Json.h"
@@ -10,30 +11,39 @@ namespace {
 class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
 public:
     TreeBuilder(JsonObject& topObject, JsonAllocator& jsonAllocator)
-        : top(topObject), allocator(jsonAllocator), open(&jsonAllocator.domain()) {}
+        : top(topObject), allocator(jsonAllocator), open(&jsonAllocator.domain())
+    {
+    }
 
-    bool null() override {
+    bool null() override
+    {
         TypedJson* place = nextPlace();
         return place != nullptr;
     }
-    bool boolean(bool value) override {
+    bool boolean(bool value) override
+    {
         return store([&](TypedJson& place) { place.setBoolean(value); });
     }
-    bool number_integer(number_integer_t value) override {
+    bool number_integer(number_integer_t value) override
+    {
         return store([&](TypedJson& place) { place.setNumber(static_cast<double>(value)); });
     }
-    bool number_unsigned(number_unsigned_t value) override {
+    bool number_unsigned(number_unsigned_t value) override
+    {
         return store([&](TypedJson& place) { place.setNumber(static_cast<double>(value)); });
     }
-    bool number_float(number_float_t value, const string_t&) override {
+    bool number_float(number_float_t value, const string_t&) override
+    {
         return store([&](TypedJson& place) { place.setNumber(value); });
     }
-    bool string(string_t& value) override {
+    bool string(string_t& value) override
+    {
         return store([&](TypedJson& place) { place.setString(value, allocator); });
     }
     bool binary(binary_t&) override { return false; }
 
-    bool start_object(std::size_t) override {
+    bool start_object(std::size_t) override
+    {
         if (open.empty() && !topSeen) {
             topSeen = true;
             open.push_back({nullptr, &top});
@@ -43,12 +53,14 @@ public:
                    open.push_back({nullptr, &place.setObject(allocator)});
                });
     }
-    bool start_array(std::size_t) override {
+    bool start_array(std::size_t) override
+    {
         return open.size() < jsonMaxDepth && store([&](TypedJson& place) {
                    open.push_back({&place.setArray(allocator), nullptr});
                });
     }
-    bool key(string_t& value) override {
+    bool key(string_t& value) override
+    {
         JsonObject& object = *open.back().object;
         const auto member = object.try_emplace(Basis::string(value, &allocator.domain())).first;
         member->second.setNull();
@@ -57,7 +69,8 @@ public:
     }
     bool end_object() override { return close(); }
     bool end_array() override { return close(); }
-    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override
+    {
         return false;
     }
 
@@ -68,7 +81,8 @@ private:
     };
 
     // Where the value that was just read belongs; null for a value outside of the top object.
-    TypedJson* nextPlace() {
+    TypedJson* nextPlace()
+    {
         if (open.empty())
             return nullptr;
         if (open.back().array)
@@ -76,13 +90,15 @@ private:
         return memberPlace;
     }
     template <class Setter>
-    bool store(Setter set) {
+    bool store(Setter set)
+    {
         TypedJson* place = nextPlace();
         if (place)
             set(*place);
         return place != nullptr;
     }
-    bool close() {
+    bool close()
+    {
         open.pop_back();
         return true;
     }
@@ -96,9 +112,12 @@ private:
 
 }  // namespace
 
-bool jsonParse(const char* text, unsigned long length, JsonObject& object,
-               JsonAllocator& allocator) {
+bool jsonParse(const char* text, unsigned long length, JsonObject& object, JsonAllocator& allocator)
+{
     object.clear();
+    // The reader takes a NUL for the end of the text; no JSON holds one.
+    if (std::memchr(text, '\0', length))
+        return false;
     TreeBuilder builder(object, allocator);
     if (nlohmann::json::sax_parse(text, text + length, &builder))
         return true;

@@ -9,7 +9,8 @@ namespace JoltUtils {
 namespace {
 
 template <class Held, class... Arguments>
-Held* make(const JsonAllocator& allocator, Arguments&&... arguments) {
+Held* make(const JsonAllocator& allocator, Arguments&&... arguments)
+{
     std::pmr::polymorphic_allocator<> source(&allocator.domain());
     auto* place = source.allocate_object<Held>();
     return new (place) Held(std::forward<Arguments>(arguments)...);
@@ -17,7 +18,8 @@ Held* make(const JsonAllocator& allocator, Arguments&&... arguments) {
 
 // The containers know their domain, so a value need not carry it.
 template <class Held>
-void destroy(Held* held) {
+void destroy(Held* held)
+{
     std::pmr::polymorphic_allocator<> source(held->get_allocator().resource());
     held->~Held();
     source.deallocate_object(held);
@@ -25,15 +27,18 @@ void destroy(Held* held) {
 
 }  // namespace
 
-Basis::Allocator& JsonAllocator::getDefaultAllocator() {
+Basis::Allocator& JsonAllocator::getDefaultAllocator()
+{
     return *Basis::Allocator::global();
 }
 
-TypedJson::TypedJson(TypedJson&& other) noexcept {
+TypedJson::TypedJson(TypedJson&& other) noexcept
+{
     *this = std::move(other);
 }
 
-TypedJson& TypedJson::operator=(TypedJson&& other) noexcept {
+TypedJson& TypedJson::operator=(TypedJson&& other) noexcept
+{
     if (this == &other)
         return *this;
     setNull();
@@ -60,36 +65,43 @@ TypedJson& TypedJson::operator=(TypedJson&& other) noexcept {
     return *this;
 }
 
-TypedJson::~TypedJson() {
+TypedJson::~TypedJson()
+{
     setNull();
 }
 
-bool TypedJson::boolean() const {
+bool TypedJson::boolean() const
+{
     Basis::assertThat(tag == JsonType::Boolean, "the JSON value is a boolean");
     return booleanValue;
 }
 
-double TypedJson::number() const {
+double TypedJson::number() const
+{
     Basis::assertThat(tag == JsonType::Number, "the JSON value is a number");
     return numberValue;
 }
 
-const Basis::string& TypedJson::text() const {
+const Basis::string& TypedJson::text() const
+{
     Basis::assertThat(tag == JsonType::String, "the JSON value is a string");
     return *stringValue;
 }
 
-const JsonArray& TypedJson::array() const {
+const JsonArray& TypedJson::array() const
+{
     Basis::assertThat(tag == JsonType::Array, "the JSON value is an array");
     return *arrayValue;
 }
 
-const JsonObject& TypedJson::object() const {
+const JsonObject& TypedJson::object() const
+{
     Basis::assertThat(tag == JsonType::Object, "the JSON value is an object");
     return *objectValue;
 }
 
-void TypedJson::setNull() {
+void TypedJson::setNull()
+{
     switch (std::exchange(tag, JsonType::Null)) {
         case JsonType::String:
             destroy(stringValue);
@@ -107,33 +119,38 @@ void TypedJson::setNull() {
     }
 }
 
-void TypedJson::setBoolean(bool value) {
+void TypedJson::setBoolean(bool value)
+{
     setNull();
     booleanValue = value;
     tag = JsonType::Boolean;
 }
 
-void TypedJson::setNumber(double value) {
+void TypedJson::setNumber(double value)
+{
     setNull();
     numberValue = value;
     tag = JsonType::Number;
 }
 
-Basis::string& TypedJson::setString(std::string_view value, const JsonAllocator& allocator) {
+Basis::string& TypedJson::setString(std::string_view value, const JsonAllocator& allocator)
+{
     setNull();
     stringValue = make<Basis::string>(allocator, value, &allocator.domain());
     tag = JsonType::String;
     return *stringValue;
 }
 
-JsonArray& TypedJson::setArray(const JsonAllocator& allocator) {
+JsonArray& TypedJson::setArray(const JsonAllocator& allocator)
+{
     setNull();
     arrayValue = make<JsonArray>(allocator, &allocator.domain());
     tag = JsonType::Array;
     return *arrayValue;
 }
 
-JsonObject& TypedJson::setObject(const JsonAllocator& allocator) {
+JsonObject& TypedJson::setObject(const JsonAllocator& allocator)
+{
     setNull();
     objectValue = make<JsonObject>(allocator, allocator);
     tag = JsonType::Object;

@@ -79,7 +79,9 @@ private:
 class JsonObject : public Basis::map<Basis::string, TypedJson> {
 public:
     explicit JsonObject(const JsonAllocator& allocator)
-        : Basis::map<Basis::string, TypedJson>(&allocator.domain()) {}
+        : Basis::map<Basis::string, TypedJson>(&allocator.domain())
+    {
+    }
 };
 
 }  // namespace JoltUtils

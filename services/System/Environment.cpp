@@ -4,7 +4,8 @@
 
 namespace System {
 
-const char* Environment::getenv(const char* name, const char* fallback) {
+const char* Environment::getenv(const char* name, const char* fallback)
+{
     const char* value = std::getenv(name);
     return value ? value : fallback;
 }

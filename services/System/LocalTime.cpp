@@ -13,7 +13,8 @@ struct Now {
     tm local;
 };
 
-Now now() {
+Now now()
+{
     Now result{};
     ::clock_gettime(CLOCK_REALTIME, &result.utc);
     ::localtime_r(&result.utc.tv_sec, &result.local);
@@ -22,14 +23,16 @@ Now now() {
 
 }  // namespace
 
-std::ostream& operator<<(std::ostream& stream, const LocalTime& time) {
+std::ostream& operator<<(std::ostream& stream, const LocalTime& time)
+{
     char text[80];
     std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%06d", time.year, time.month,
                   time.day, time.hour, time.minute, time.second, time.microsecond);
     return stream << text;
 }
 
-LocalTime getSystemTimeLocal() {
+LocalTime getSystemTimeLocal()
+{
     const Now moment = now();
     const tm& local = moment.local;
     return {local.tm_year + 1900,
@@ -41,7 +44,8 @@ LocalTime getSystemTimeLocal() {
             static_cast<int>(moment.utc.tv_nsec / 1000)};
 }
 
-std::int64_t getSystemMilliTimeLocal() {
+std::int64_t getSystemMilliTimeLocal()
+{
     const Now moment = now();
     return (static_cast<std::int64_t>(moment.utc.tv_sec) + moment.local.tm_gmtoff) * 1000 +
            moment.utc.tv_nsec / 1'000'000;

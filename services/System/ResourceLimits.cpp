@@ -9,7 +9,8 @@ namespace System {
 namespace {
 
 // The kernel refuses a hard limit above this, also to root.
-rlim_t kernelMaximum() {
+rlim_t kernelMaximum()
+{
     std::ifstream file("/proc/sys/fs/nr_open");
     rlim_t maximum = 0;
     file >> maximum;
@@ -18,7 +19,8 @@ rlim_t kernelMaximum() {
 
 }  // namespace
 
-unsigned long raiseOpenFileLimit() {
+unsigned long raiseOpenFileLimit()
+{
     rlimit limit{};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return 0;

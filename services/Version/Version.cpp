@@ -2,10 +2,12 @@
 
 #include "VersionData.h"
 
-const char* zdbver_version() {
+const char* zdbver_version()
+{
     return VETRA_VERSION;
 }
 
-const char* zdbver_compiledate() {
+const char* zdbver_compiledate()
+{
     return VETRA_BUILD_DATE;
 }

@@ -17,7 +17,8 @@ constexpr std::string_view item = "('appliancetype'";
 
 }  // namespace
 
-string ValidateSystemInfo::validateApplianceSystemType(const SystemInfo& facts, const string&) {
+string ValidateSystemInfo::validateApplianceSystemType(const SystemInfo& facts, const string&)
+{
     const string productName = facts.getProductName();
     string failure(productName, &allocator);
     failure.append(
@@ -33,7 +34,8 @@ string ValidateSystemInfo::validateApplianceSystemType(const SystemInfo& facts, 
     }
 }
 
-string ValidateSystemInfo::certifiedModelOutcome(const string& productName, const string& failure) {
+string ValidateSystemInfo::certifiedModelOutcome(const string& productName, const string& failure)
+{
     const bool isCertified = std::find(std::begin(certifiedModels), std::end(certifiedModels),
                                        std::string_view(productName)) != std::end(certifiedModels);
     if (isCertified)

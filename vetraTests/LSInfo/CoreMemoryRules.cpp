@@ -12,7 +12,8 @@ namespace vetraTests {
 
 namespace {
 
-bool isWithinALimit(const string& name, double ratio) {
+bool isWithinALimit(const string& name, double ratio)
+{
     return std::any_of(std::begin(coreMemoryLimits), std::end(coreMemoryLimits),
                        [&](const CoreMemoryLimit& limit) {
                            return Basis::contains(name, limit.generation) &&
@@ -22,7 +23,8 @@ bool isWithinALimit(const string& name, double ratio) {
 
 }  // namespace
 
-string ValidateSystemInfo::validateCoreMemoryRatio(const SystemInfo& facts, const string& arch) {
+string ValidateSystemInfo::validateCoreMemoryRatio(const SystemInfo& facts, const string& arch)
+{
     constexpr std::string_view rule = "validateCoreMemoryRatio";
     constexpr std::string_view item = "('corememoryratio'";
     const string hypervisorVerdict = verdictOf(validateHypervisor(facts, arch));

@@ -12,19 +12,22 @@ namespace {
 
 constexpr std::int32_t kilobytesPerGibibyte = 1 << 20;
 
-std::string_view withoutBlanksAtEnd(std::string_view key) {
+std::string_view withoutBlanksAtEnd(std::string_view key)
+{
     return key.substr(0, key.find_last_not_of(" \n\r\t") + 1);
 }
 
 // The value stands for the logical processors of a machine with two threads per core.
-std::int32_t expectedLogicalProcessors(std::int32_t cores, std::int32_t sockets) {
+std::int32_t expectedLogicalProcessors(std::int32_t cores, std::int32_t sockets)
+{
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(cores) * 2U *
                                      static_cast<std::uint32_t>(sockets));
 }
 
 // Whole gibibytes per logical processor. Without processors the processor's own conversion of a
 // quotient that is no number gives the smallest integer, which the document shows.
-std::int32_t gibibytesPerProcessor(std::int32_t kilobytes, std::int32_t processors) {
+std::int32_t gibibytesPerProcessor(std::int32_t kilobytes, std::int32_t processors)
+{
     if (processors == 0)
         return std::numeric_limits<std::int32_t>::min();
     const std::int32_t gibibytes = kilobytes / kilobytesPerGibibyte;
@@ -34,7 +37,8 @@ std::int32_t gibibytesPerProcessor(std::int32_t kilobytes, std::int32_t processo
 
 }  // namespace
 
-void SystemInfo::gatherX86_CPU_HTT_CMRatio_Info() {
+void SystemInfo::gatherX86_CPU_HTT_CMRatio_Info()
+{
     if (!Basis::contains(getArch(), "x86"))
         return;
 
@@ -71,7 +75,8 @@ void SystemInfo::gatherX86_CPU_HTT_CMRatio_Info() {
     currentGroup.clear();
 }
 
-void SystemInfo::readProcessors(std::istream& file, ProcessorCounts& counts) {
+void SystemInfo::readProcessors(std::istream& file, ProcessorCounts& counts)
+{
     struct Row {
         std::string_view keyInFile;
         string SystemInfo::*fact;
@@ -114,12 +119,14 @@ void SystemInfo::readProcessors(std::istream& file, ProcessorCounts& counts) {
     }
 }
 
-void SystemInfo::gatherTotalMemoryInfo() {
+void SystemInfo::gatherTotalMemoryInfo()
+{
     std::ifstream file("/proc/meminfo");
     readTotalMemory(file);
 }
 
-void SystemInfo::readTotalMemory(std::istream& file) {
+void SystemInfo::readTotalMemory(std::istream& file)
+{
     for (string line(&allocator); std::getline(file, line);) {
         if (Basis::contains(line, "MemTotal"))
             memTotalKb = Basis::beforeFirst(Basis::trimmed(Basis::behindFirst(line, ":")), " ");

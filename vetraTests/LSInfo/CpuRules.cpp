@@ -20,7 +20,8 @@ namespace {
 constexpr std::string_view architectureItem = "('ARCHITECTURE'";
 
 // Null if the value is no object, or an empty one, which is said.
-const JsonObject* filledObject(const TypedJson& value, const char* complaint) {
+const JsonObject* filledObject(const TypedJson& value, const char* complaint)
+{
     if (value.type() != JsonType::Object)
         return nullptr;
     const JsonObject& object = value.object();
@@ -31,7 +32,8 @@ const JsonObject* filledObject(const TypedJson& value, const char* complaint) {
 }
 
 // What to do about huge pages on a distribution; empty for one that is not known.
-std::string_view hugePageAdvice(const string& distribution, const string& patchLevel) {
+std::string_view hugePageAdvice(const string& distribution, const string& patchLevel)
+{
     if (Basis::contains(distribution, suse12) &&
         (Basis::contains(patchLevel, "1") || Basis::contains(patchLevel, "2")))
         return "Transparent hugepages is enabled, this can lead to a system \n"
@@ -46,7 +48,8 @@ std::string_view hugePageAdvice(const string& distribution, const string& patchL
 
 }  // namespace
 
-string ValidateSystemInfo::validateClocksource(const SystemInfo& facts, const string& arch) {
+string ValidateSystemInfo::validateClocksource(const SystemInfo& facts, const string& arch)
+{
     constexpr std::string_view item = "('clocksource'";
     const string clock = facts.getClockInfo();
     const std::string_view expected = Basis::contains(arch, "x86") ? "tsc" : "";
@@ -57,7 +60,8 @@ string ValidateSystemInfo::validateClocksource(const SystemInfo& facts, const st
                                      "The clocksource can have a significant performance impact."));
 }
 
-string ValidateSystemInfo::validateCPU(const SystemInfo& facts, const string& arch) {
+string ValidateSystemInfo::validateCPU(const SystemInfo& facts, const string& arch)
+{
     constexpr std::string_view item = "('cpu_name'";
     if (!Basis::contains(arch, "x86"))
         return conclude("validateCPU",
@@ -75,7 +79,8 @@ string ValidateSystemInfo::validateCPU(const SystemInfo& facts, const string& ar
     return conclude("validateCPU", Outcome::passed(item, name));
 }
 
-string ValidateSystemInfo::validateHypervisor(const SystemInfo& facts, const string& arch) {
+string ValidateSystemInfo::validateHypervisor(const SystemInfo& facts, const string& arch)
+{
     constexpr std::string_view item = "('hypervisor'";
     if (!Basis::contains(arch, "x86")) {
         return conclude("validateHypervisor",
@@ -97,7 +102,8 @@ string ValidateSystemInfo::validateHypervisor(const SystemInfo& facts, const str
     return conclude("validateHypervisor", Outcome::passed(item, vendor));
 }
 
-string ValidateSystemInfo::validateHTT(const SystemInfo& facts, const string& arch) {
+string ValidateSystemInfo::validateHTT(const SystemInfo& facts, const string& arch)
+{
     constexpr std::string_view item = "('Hyperthreading'";
     const std::int32_t logicalProcessors = Basis::toInt32(facts.getLPCount());
     const std::int32_t expectedProcessors = Basis::toInt32(facts.getPPCount());
@@ -118,7 +124,8 @@ string ValidateSystemInfo::validateHTT(const SystemInfo& facts, const string& ar
     return conclude("validateHTT", Outcome::failed(item, "", "Hyperthreading is not enabled"));
 }
 
-string ValidateSystemInfo::validateTHP(const SystemInfo& facts, const string&) {
+string ValidateSystemInfo::validateTHP(const SystemInfo& facts, const string&)
+{
     constexpr std::string_view item = "('thp'";
     const string thp = facts.getThp();
     const std::string_view advice = hugePageAdvice(facts.getDistribution(), facts.getPatchLevel());
@@ -133,7 +140,8 @@ string ValidateSystemInfo::validateTHP(const SystemInfo& facts, const string&) {
 }
 
 // The length of the name at the end of the path vendor, family, model; 0 if the path breaks off.
-std::size_t ValidateSystemInfo::acceptedArchitectureLength(const SystemInfo& facts) const {
+std::size_t ValidateSystemInfo::acceptedArchitectureLength(const SystemInfo& facts) const
+{
     JoltUtils::JsonAllocator jsonAllocator(JoltUtils::JsonAllocator::getDefaultAllocator());
     JsonObject vendors(jsonAllocator);
     if (!JoltUtils::jsonParse(acceptedProcessorFamilies.data(), acceptedProcessorFamilies.size(),

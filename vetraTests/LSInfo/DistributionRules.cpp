@@ -11,7 +11,8 @@ namespace vetraTests {
 
 namespace {
 
-bool fits(const KernelThreshold& threshold, const string& distribution, const string& patchLevel) {
+bool fits(const KernelThreshold& threshold, const string& distribution, const string& patchLevel)
+{
     return Basis::contains(distribution, threshold.distribution) &&
            std::any_of(std::begin(threshold.patchLevels), std::end(threshold.patchLevels),
                        [&](std::string_view level) { return Basis::contains(patchLevel, level); });
@@ -19,7 +20,8 @@ bool fits(const KernelThreshold& threshold, const string& distribution, const st
 
 }  // namespace
 
-string ValidateSystemInfo::validateDistribution(const SystemInfo& facts, const string&) {
+string ValidateSystemInfo::validateDistribution(const SystemInfo& facts, const string&)
+{
     constexpr std::string_view item = "('distribution_patchlevel'";
     const string patchLevel = facts.getPatchLevel();
 
@@ -42,7 +44,8 @@ string ValidateSystemInfo::validateDistribution(const SystemInfo& facts, const s
                                     " Please see KOR Note 2235581 for more details."));
 }
 
-string ValidateSystemInfo::validateLinuxKernelVersion(const SystemInfo& facts, const string& arch) {
+string ValidateSystemInfo::validateLinuxKernelVersion(const SystemInfo& facts, const string& arch)
+{
     constexpr std::string_view rule = "validateLinuxKernelVersion";
     constexpr std::string_view item = "('linuxkernelversion'";
     const string distributionVerdict = verdictOf(validateDistribution(facts, arch));

@@ -17,7 +17,8 @@ constexpr std::string_view switchingAllowed =
     "CPU power governor allows switching C-states, or CPUs are not running with nominal frequency";
 constexpr std::string_view noFrequencies = "There are no CPU frequencies";
 
-std::int32_t averageOf(const Basis::vector<std::int32_t>& numbers) {
+std::int32_t averageOf(const Basis::vector<std::int32_t>& numbers)
+{
     if (numbers.empty())
         return 0;
     std::uint32_t total = 0;
@@ -28,7 +29,8 @@ std::int32_t averageOf(const Basis::vector<std::int32_t>& numbers) {
 
 }  // namespace
 
-void ValidateSystemInfo::CPUgovernorParameters(const SystemInfo& facts) {
+void ValidateSystemInfo::CPUgovernorParameters(const SystemInfo& facts)
+{
     Numbers speeds = numbersOf(facts.getCPUSpeed());
     const double average = averageOf(speeds);
     std::sort(speeds.begin(), speeds.end());
@@ -53,7 +55,8 @@ void ValidateSystemInfo::CPUgovernorParameters(const SystemInfo& facts) {
     noCpuFrequencies = distinct.empty();
 }
 
-string ValidateSystemInfo::validateCPUgovernor(const SystemInfo& facts, const string&) {
+string ValidateSystemInfo::validateCPUgovernor(const SystemInfo& facts, const string&)
+{
     try {
         return governorOutcome(facts);
     } catch (const Vetra::VetraException& exception) {
@@ -63,7 +66,8 @@ string ValidateSystemInfo::validateCPUgovernor(const SystemInfo& facts, const st
     }
 }
 
-string ValidateSystemInfo::governorOutcome(const SystemInfo& facts) {
+string ValidateSystemInfo::governorOutcome(const SystemInfo& facts)
+{
     CPUgovernorParameters(facts);
     const string cmdline = facts.getProcCmdline();
     const string driver = facts.getScalingDriver();

@@ -20,24 +20,28 @@ constexpr const char* nodeSizeLines = R"(numactl --hardware | grep "size" | grep
 constexpr std::string_view configuredSpeed = "Configured Clock Speed";
 
 // Sums and shifts of sizes wrap in 32 bits.
-std::int32_t timesThousandAndTwentyFour(std::int32_t gigabytes) {
+std::int32_t timesThousandAndTwentyFour(std::int32_t gigabytes)
+{
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(gigabytes) << 10);
 }
 
-std::int32_t sum(const Basis::vector<std::int32_t>& numbers) {
+std::int32_t sum(const Basis::vector<std::int32_t>& numbers)
+{
     std::uint32_t total = 0;
     for (const std::int32_t number : numbers)
         total += static_cast<std::uint32_t>(number);
     return static_cast<std::int32_t>(total);
 }
 
-void appendLine(string& lines, const string& line) {
+void appendLine(string& lines, const string& line)
+{
     lines.append(line).append("\n");
 }
 
 }  // namespace
 
-void SystemInfo::gatherMemoryInfo() {
+void SystemInfo::gatherMemoryInfo()
+{
     if (Basis::contains(getArch(), "x86")) {
         gatherMemoryDimmSizeInfo();
         gatherMemoryDimmSpeedInfo();
@@ -45,7 +49,8 @@ void SystemInfo::gatherMemoryInfo() {
     currentGroup.clear();
 }
 
-void SystemInfo::gatherMemoryDimmSizeInfo() {
+void SystemInfo::gatherMemoryDimmSizeInfo()
+{
     ModuleSizeLines lines{run(moduleSizesInMegabytes), run(moduleSizesInGigabytes)};
     if (lines.megabytes.empty() && lines.gigabytes.empty()) {
         KORSysFileName();
@@ -55,7 +60,8 @@ void SystemInfo::gatherMemoryDimmSizeInfo() {
     readModuleSizes(lines);
 }
 
-SystemInfo::ModuleSizeLines SystemInfo::moduleSizesOfBiosDump(std::istream& file) const {
+SystemInfo::ModuleSizeLines SystemInfo::moduleSizesOfBiosDump(std::istream& file) const
+{
     ModuleSizeLines lines{string(&allocator), string(&allocator)};
     for (string line(&allocator); std::getline(file, line);) {
         if (!Basis::contains(line, "Size"))
@@ -69,7 +75,8 @@ SystemInfo::ModuleSizeLines SystemInfo::moduleSizesOfBiosDump(std::istream& file
     return lines;
 }
 
-void SystemInfo::readModuleSizes(const ModuleSizeLines& lines) {
+void SystemInfo::readModuleSizes(const ModuleSizeLines& lines)
+{
     Numbers sizesMb(&allocator);
     for (const std::string_view line : Basis::split(lines.megabytes, '\n', allocator))
         sizesMb.push_back(valueOf(line));
@@ -87,7 +94,8 @@ void SystemInfo::readModuleSizes(const ModuleSizeLines& lines) {
     insert("dimmSize", dimmSize);
 }
 
-void SystemInfo::gatherMemoryDimmSpeedInfo() {
+void SystemInfo::gatherMemoryDimmSpeedInfo()
+{
     ModuleSpeeds speeds{Numbers(&allocator), Numbers(&allocator)};
     readModuleSpeeds(run(moduleSpeedLines), speeds);
     if (speeds.physical.empty() && speeds.configured.empty()) {
@@ -102,7 +110,8 @@ void SystemInfo::gatherMemoryDimmSpeedInfo() {
     storeGroup("validateMemory");
 }
 
-void SystemInfo::readModuleSpeeds(std::string_view output, ModuleSpeeds& speeds) const {
+void SystemInfo::readModuleSpeeds(std::string_view output, ModuleSpeeds& speeds) const
+{
     for (const std::string_view line : Basis::split(output, '\n', allocator)) {
         if (!Basis::contains(line, "Speed")) {
             std::cout << "Speed not found in dmidecode" << std::endl;
@@ -116,7 +125,8 @@ void SystemInfo::readModuleSpeeds(std::string_view output, ModuleSpeeds& speeds)
     }
 }
 
-SystemInfo::ModuleSpeeds SystemInfo::moduleSpeedsOfBiosDump(std::istream& file) const {
+SystemInfo::ModuleSpeeds SystemInfo::moduleSpeedsOfBiosDump(std::istream& file) const
+{
     ModuleSpeeds speeds{Numbers(&allocator), Numbers(&allocator)};
     for (string line(&allocator); std::getline(file, line);) {
         if (!Basis::contains(line, "MHz"))
@@ -131,7 +141,8 @@ SystemInfo::ModuleSpeeds SystemInfo::moduleSpeedsOfBiosDump(std::istream& file) 
     return speeds;
 }
 
-void SystemInfo::gatherMemoryDistributionInfo() {
+void SystemInfo::gatherMemoryDistributionInfo()
+{
     if (Basis::contains(getArch(), "x86")) {
         readNodeSizes(run(nodeSizeLines));
         insert("nodesize list items", nodesizeListItems);
@@ -140,7 +151,8 @@ void SystemInfo::gatherMemoryDistributionInfo() {
     currentGroup.clear();
 }
 
-void SystemInfo::readNodeSizes(std::string_view output) {
+void SystemInfo::readNodeSizes(std::string_view output)
+{
     Numbers sizesMb(&allocator);
     for (const std::string_view line : Basis::split(output, '\n', allocator))
         sizesMb.push_back(valueOf(line));

@@ -16,13 +16,15 @@ constexpr std::string_view architectureItem = "('ARCHITECTURE'";
 constexpr std::string_view differentModules =
     "Different memory modules are used! This will have impact on memory performance";
 
-std::int32_t difference(std::int32_t minuend, std::int32_t subtrahend) {
+std::int32_t difference(std::int32_t minuend, std::int32_t subtrahend)
+{
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(minuend) -
                                      static_cast<std::uint32_t>(subtrahend));
 }
 
 // Sums of sizes wrap in 32 bits.
-std::int32_t sum(const Basis::vector<std::int32_t>& numbers) {
+std::int32_t sum(const Basis::vector<std::int32_t>& numbers)
+{
     std::uint32_t total = 0;
     for (const std::int32_t number : numbers)
         total += static_cast<std::uint32_t>(number);
@@ -30,7 +32,8 @@ std::int32_t sum(const Basis::vector<std::int32_t>& numbers) {
 }
 
 // True if a node lies outside of 0.95 to 1.05 times the average; each of those is said.
-bool hasOutlier(const Basis::vector<std::int32_t>& nodeSizes, std::int32_t total) {
+bool hasOutlier(const Basis::vector<std::int32_t>& nodeSizes, std::int32_t total)
+{
     if (nodeSizes.empty())
         return false;
     const double average = total / static_cast<std::int32_t>(nodeSizes.size());
@@ -47,7 +50,8 @@ bool hasOutlier(const Basis::vector<std::int32_t>& nodeSizes, std::int32_t total
 
 }  // namespace
 
-string ValidateSystemInfo::validateMemory(const SystemInfo& facts, const string& arch) {
+string ValidateSystemInfo::validateMemory(const SystemInfo& facts, const string& arch)
+{
     constexpr std::string_view rule = "validateMemory";
     const string hypervisorVerdict = verdictOf(validateHypervisor(facts, arch));
     Numbers sizes = numbersOf(facts.getDimmsizeListItems());
@@ -89,7 +93,8 @@ string ValidateSystemInfo::validateMemory(const SystemInfo& facts, const string&
     return conclude(rule, Outcome::passed("('memorycheck'", ""));
 }
 
-string ValidateSystemInfo::validateMemoryDistribution(const SystemInfo& facts, const string& arch) {
+string ValidateSystemInfo::validateMemoryDistribution(const SystemInfo& facts, const string& arch)
+{
     constexpr std::string_view rule = "validateMemoryDistribution";
     constexpr std::string_view item = "('memorydistribution'";
     const string memoryVerdict = verdictOf(validateMemory(facts, arch));

@@ -20,12 +20,14 @@ constexpr std::string_view distributionsWithKnownKernels[] = {
     "Red Hat Enterprise Linux Server release 7.3 (Maipo)",
 };
 
-std::string_view pieceAt(const Basis::vector<std::string_view>& pieces, std::size_t index) {
+std::string_view pieceAt(const Basis::vector<std::string_view>& pieces, std::size_t index)
+{
     return index < pieces.size() ? pieces[index] : std::string_view();
 }
 
 // The lines of an output as a comma list. The last character goes, whatever it is.
-void makeCommaList(string& output) {
+void makeCommaList(string& output)
+{
     if (output.empty())
         return;
     output.pop_back();
@@ -34,7 +36,8 @@ void makeCommaList(string& output) {
 
 }  // namespace
 
-void SystemInfo::gatherDistribution_LinuxKernelVersion_Info() {
+void SystemInfo::gatherDistribution_LinuxKernelVersion_Info()
+{
     std::ifstream suse("/etc/SuSE-release");
     readSuseRelease(suse);
     std::ifstream redHat("/etc/redhat-release");
@@ -47,7 +50,8 @@ void SystemInfo::gatherDistribution_LinuxKernelVersion_Info() {
     currentGroup.clear();
 }
 
-void SystemInfo::readSuseRelease(std::istream& file) {
+void SystemInfo::readSuseRelease(std::istream& file)
+{
     for (string line(&allocator); std::getline(file, line);) {
         if (Basis::startsWith(line, "SUSE")) {
             distribution = Basis::trimmed(line);
@@ -65,7 +69,8 @@ void SystemInfo::readSuseRelease(std::istream& file) {
     }
 }
 
-void SystemInfo::readRedHatRelease(std::istream& file) {
+void SystemInfo::readRedHatRelease(std::istream& file)
+{
     for (string line(&allocator); std::getline(file, line);) {
         if (!Basis::startsWith(line, "Red Hat"))
             continue;
@@ -80,7 +85,8 @@ void SystemInfo::readRedHatRelease(std::istream& file) {
     }
 }
 
-void SystemInfo::readKernelRelease(std::string_view release) {
+void SystemInfo::readKernelRelease(std::string_view release)
+{
     const bool isKnown = std::any_of(
         std::begin(distributionsWithKnownKernels), std::end(distributionsWithKnownKernels),
         [this](std::string_view name) { return Basis::contains(distribution, name); });
@@ -105,7 +111,8 @@ void SystemInfo::readKernelRelease(std::string_view release) {
     storeGroup("validateLinuxKernelVersion");
 }
 
-void SystemInfo::gatherRuntimeInfo() {
+void SystemInfo::gatherRuntimeInfo()
+{
     rpmlibstdList = run("rpm -qa | grep libstd");
     rpmlibgccList = run("rpm -qa | grep libgcc");
     rpmCompatkorList = run("rpm -qa | grep compat-kor");
@@ -119,13 +126,15 @@ void SystemInfo::gatherRuntimeInfo() {
     currentGroup.clear();
 }
 
-void SystemInfo::gatherClockSourceInfo() {
+void SystemInfo::gatherClockSourceInfo()
+{
     std::ifstream file("/sys/devices/system/clocksource/clocksource0/current_clocksource");
     readClockSource(file);
     currentGroup.clear();
 }
 
-void SystemInfo::readClockSource(std::istream& file) {
+void SystemInfo::readClockSource(std::istream& file)
+{
     for (string line(&allocator); std::getline(file, line);) {
         clockInfo = Basis::trimmed(line);
         insert("clock info", clockInfo);
@@ -133,7 +142,8 @@ void SystemInfo::readClockSource(std::istream& file) {
     }
 }
 
-void SystemInfo::gatherTHPInfo() {
+void SystemInfo::gatherTHPInfo()
+{
     std::ifstream file("/sys/kernel/mm/transparent_hugepage/enabled");
     for (string line(&allocator); std::getline(file, line);)
         thp = Basis::trimmed(line);

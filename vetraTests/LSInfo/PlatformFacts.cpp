@@ -17,13 +17,15 @@ constexpr const char* firstProductName = R"(/usr/sbin/dmidecode | grep "Product 
 constexpr std::int32_t kilohertzPerMegahertz = 1000;
 
 // A scanner that the user may not write to counts as missing.
-bool scannerIsThere() {
+bool scannerIsThere()
+{
     return std::fstream("scanhypervisorCheck", std::ios_base::in | std::ios_base::out).is_open();
 }
 
 }  // namespace
 
-void SystemInfo::gatherHypervisorInfo() {
+void SystemInfo::gatherHypervisorInfo()
+{
     if (Basis::contains(getArch(), "x86")) {
         if (scannerIsThere()) {
             try {
@@ -41,7 +43,8 @@ void SystemInfo::gatherHypervisorInfo() {
     currentGroup.clear();
 }
 
-void SystemInfo::readScannerOutput(std::string_view output) {
+void SystemInfo::readScannerOutput(std::string_view output)
+{
     for (const std::string_view line : Basis::split(output, '\n', allocator)) {
         if (Basis::contains(line, "Hypervisor"))
             hypervisor = Basis::trimmed(Basis::behindFirst(line, ":"));
@@ -50,7 +53,8 @@ void SystemInfo::readScannerOutput(std::string_view output) {
     }
 }
 
-void SystemInfo::gatherCPUgovernorInfo() {
+void SystemInfo::gatherCPUgovernorInfo()
+{
     std::ifstream maximum("/sys/devices/system/cpu/cpu0/cpufreq/scaling_max_freq");
     readMaxFrequency(maximum);
     gatherLines("/sys/devices/system/cpu/cpu0/cpufreq/scaling_driver", scalingDriver,
@@ -70,14 +74,16 @@ void SystemInfo::gatherCPUgovernorInfo() {
     currentGroup.clear();
 }
 
-void SystemInfo::readMaxFrequency(std::istream& file) {
+void SystemInfo::readMaxFrequency(std::istream& file)
+{
     for (string line(&allocator); std::getline(file, line);) {
         maxFreq = decimal(Basis::toInt32(Basis::trimmed(line)) / kilohertzPerMegahertz);
         insert("max freq", maxFreq);
     }
 }
 
-string SystemInfo::processorFrequenciesOfBiosDump(std::istream& file) const {
+string SystemInfo::processorFrequenciesOfBiosDump(std::istream& file) const
+{
     string frequencies(&allocator);
     for (string line(&allocator); std::getline(file, line);) {
         if (Basis::contains(line, "Current Speed") && Basis::contains(line, "MHz"))
@@ -86,7 +92,8 @@ string SystemInfo::processorFrequenciesOfBiosDump(std::istream& file) const {
     return frequencies;
 }
 
-void SystemInfo::readProcessorFrequencies(std::string_view output) {
+void SystemInfo::readProcessorFrequencies(std::string_view output)
+{
     Numbers frequenciesMhz(&allocator);
     for (const std::string_view line : Basis::split(output, '\n', allocator))
         frequenciesMhz.push_back(Basis::toInt32(Basis::beforeFirst(line, " ")));
@@ -96,7 +103,8 @@ void SystemInfo::readProcessorFrequencies(std::string_view output) {
     insert("dimmfreq list", dimmfreqList);
 }
 
-void SystemInfo::gatherApplianceSystemTypeInfo() {
+void SystemInfo::gatherApplianceSystemTypeInfo()
+{
     string text = run(firstProductName);
     trim(text);
     if (text.empty()) {
@@ -111,7 +119,8 @@ void SystemInfo::gatherApplianceSystemTypeInfo() {
     currentGroup.clear();
 }
 
-string SystemInfo::productNameOfBiosDump(std::istream& file) const {
+string SystemInfo::productNameOfBiosDump(std::istream& file) const
+{
     string text(&allocator);
     for (string line(&allocator); std::getline(file, line);) {
         if (Basis::startsWith(line, "Product Name"))
@@ -120,7 +129,8 @@ string SystemInfo::productNameOfBiosDump(std::istream& file) const {
     return text;
 }
 
-void SystemInfo::readProductName(std::string_view text) {
+void SystemInfo::readProductName(std::string_view text)
+{
     // Behind "-[" stands an asset tag, which is no part of the model's name.
     const std::string_view name = Basis::trimmed(Basis::behindFirst(text, ":"));
     productName = Basis::trimmed(Basis::beforeFirst(name, "-["));

@@ -39,7 +39,8 @@ constexpr std::string_view suseReleases[] = {"10.1", "9.1.x86_64", "2.4.x86_64"}
 using Packages = Basis::vector<string>;
 
 // One `found` for each line that holds `searched`.
-Packages collect(const Packages& installed, std::string_view searched, std::string_view found) {
+Packages collect(const Packages& installed, std::string_view searched, std::string_view found)
+{
     Packages collected(installed.get_allocator());
     for (const string& line : installed) {
         if (Basis::contains(line, searched))
@@ -52,7 +53,8 @@ Packages collect(const Packages& installed, std::string_view searched, std::stri
 // the third field between the dashes; a line without it does not count.
 template <std::size_t count>
 Packages collectReleased(const Packages& installed, const std::string_view (&words)[count],
-                         Basis::Allocator& allocator) {
+                         Basis::Allocator& allocator)
+{
     constexpr std::size_t releaseField = 2;
     Packages collected(&allocator);
     for (const std::string_view word : words) {
@@ -73,7 +75,8 @@ Packages collectReleased(const Packages& installed, const std::string_view (&wor
 
 }  // namespace
 
-string ValidateSystemInfo::validateRuntime(const SystemInfo& facts, const string& arch) {
+string ValidateSystemInfo::validateRuntime(const SystemInfo& facts, const string& arch)
+{
     const string distribution = facts.getDistribution();
     if (!Basis::contains(arch, "x86"))
         return conclude(rule, Outcome::couldNotRun(item, distributionUnclear));
@@ -88,7 +91,8 @@ string ValidateSystemInfo::validateRuntime(const SystemInfo& facts, const string
     return block;
 }
 
-string ValidateSystemInfo::validateRuntime_X86_RHEL7_2(const SystemInfo& facts) {
+string ValidateSystemInfo::validateRuntime_X86_RHEL7_2(const SystemInfo& facts)
+{
     if (!Basis::contains(facts.getDistribution(), redHat72))
         return conclude(rule, Outcome::failed(item, "", distributionUnclear));
     const Packages installed = installedPackages(facts);
@@ -96,7 +100,8 @@ string ValidateSystemInfo::validateRuntime_X86_RHEL7_2(const SystemInfo& facts) 
                           !collect(installed, compatPackageOf72, compatPackageOf72).empty());
 }
 
-string ValidateSystemInfo::validateRuntime_X86_RHEL7_3(const SystemInfo& facts) {
+string ValidateSystemInfo::validateRuntime_X86_RHEL7_3(const SystemInfo& facts)
+{
     if (!Basis::contains(facts.getDistribution(), redHat73))
         return conclude(rule, Outcome::failed(item, "", distributionUnclear));
     const Packages installed = installedPackages(facts);
@@ -107,18 +112,21 @@ string ValidateSystemInfo::validateRuntime_X86_RHEL7_3(const SystemInfo& facts) 
     return runtimeOutcome(notReadyOnRedHat, !compat.empty() && !glibc.empty());
 }
 
-string ValidateSystemInfo::validateRuntime_X86SuSE12(const SystemInfo& facts) {
+string ValidateSystemInfo::validateRuntime_X86SuSE12(const SystemInfo& facts)
+{
     const Packages installed = installedPackages(facts);
     const Packages standard = collectReleased(installed, standardLibraries, allocator);
     const Packages gcc = collectReleased(installed, gccLibraries, allocator);
     return runtimeOutcome(notReadyOnSuse, !standard.empty() && !gcc.empty());
 }
 
-string ValidateSystemInfo::runtimeOutcome(std::string_view failure, bool isReady) {
+string ValidateSystemInfo::runtimeOutcome(std::string_view failure, bool isReady)
+{
     return conclude(rule, isReady ? Outcome::passed(item, "") : Outcome::failed(item, "", failure));
 }
 
-Basis::vector<string> ValidateSystemInfo::installedPackages(const SystemInfo& facts) const {
+Basis::vector<string> ValidateSystemInfo::installedPackages(const SystemInfo& facts) const
+{
     string command("rpm -q -a", &allocator);
     const string output = facts.getCommand(command);
     Basis::vector<string> lines(&allocator);

@@ -75,9 +75,12 @@ SystemInfo::SystemInfo(Basis::Allocator& ownerAllocator)
       powerModelKORCLS(&allocator),
       powerModelMXCPU(&allocator),
       powerModelMXMEM(&allocator),
-      powerModelCPUGN(&allocator) {}
+      powerModelCPUGN(&allocator)
+{
+}
 
-string SystemInfo::gatherInfo() {
+string SystemInfo::gatherInfo()
+{
     if (Basis::contains(getArch(), "x86")) {
         gatherDistribution_LinuxKernelVersion_Info();
         gatherClockSourceInfo();
@@ -94,7 +97,8 @@ string SystemInfo::gatherInfo() {
     return copyOf(jsonText);
 }
 
-string SystemInfo::produceJson(const FactGroups& groups) const {
+string SystemInfo::produceJson(const FactGroups& groups) const
+{
     Basis::ostringstream text = Basis::outputStream(allocator);
     text << "{\n";
     const char* groupHead = "   \"";
@@ -109,13 +113,15 @@ string SystemInfo::produceJson(const FactGroups& groups) const {
     return text.str();
 }
 
-string SystemInfo::getArch() const {
+string SystemInfo::getArch() const
+{
     utsname names{};
     const bool isX86 = ::uname(&names) == 0 && Basis::contains(names.machine, "x86");
     return string(isX86 ? "x86" : "not valid", &allocator);
 }
 
-string SystemInfo::getCommand(string& command) const {
+string SystemInfo::getCommand(string& command) const
+{
     command.append(" 2>&1");
     string output(&allocator);
     std::FILE* pipe = ::popen(command.c_str(), "r");
@@ -130,11 +136,13 @@ string SystemInfo::getCommand(string& command) const {
     return output;
 }
 
-void SystemInfo::trim(string& text) const {
+void SystemInfo::trim(string& text) const
+{
     text = string(Basis::trimmed(text), &allocator);
 }
 
-void SystemInfo::KORSysFileName() {
+void SystemInfo::KORSysFileName()
+{
     const char* systemName = System::Environment::getenv("KORSYSTEMNAME", nullptr);
     const char* host = System::Environment::getenv("HOST", nullptr);
     biosFileName.assign("/usr/kor/").append(systemName ? systemName : "");
@@ -142,15 +150,18 @@ void SystemInfo::KORSysFileName() {
     biosFileName.append(".txt");
 }
 
-void SystemInfo::insert(std::string_view key, std::string_view value) {
+void SystemInfo::insert(std::string_view key, std::string_view value)
+{
     currentGroup.try_emplace(string(key, &allocator), value);
 }
 
-void SystemInfo::storeGroup(std::string_view name) {
+void SystemInfo::storeGroup(std::string_view name)
+{
     factGroups.try_emplace(string(name, &allocator), currentGroup);
 }
 
-void SystemInfo::gatherLines(const char* path, string& fact, std::string_view key) {
+void SystemInfo::gatherLines(const char* path, string& fact, std::string_view key)
+{
     std::ifstream file(path);
     for (string line(&allocator); std::getline(file, line);) {
         fact = Basis::trimmed(line);
@@ -158,16 +169,19 @@ void SystemInfo::gatherLines(const char* path, string& fact, std::string_view ke
     }
 }
 
-string SystemInfo::run(std::string_view command) const {
+string SystemInfo::run(std::string_view command) const
+{
     string text(command, &allocator);
     return getCommand(text);
 }
 
-string SystemInfo::decimal(std::int64_t number) const {
+string SystemInfo::decimal(std::int64_t number) const
+{
     return string(std::to_string(number), &allocator);
 }
 
-string SystemInfo::joined(const Numbers& numbers) const {
+string SystemInfo::joined(const Numbers& numbers) const
+{
     string list(&allocator);
     for (const std::int32_t number : numbers) {
         if (!list.empty())
@@ -177,7 +191,8 @@ string SystemInfo::joined(const Numbers& numbers) const {
     return list;
 }
 
-std::int32_t SystemInfo::valueOf(std::string_view line) {
+std::int32_t SystemInfo::valueOf(std::string_view line)
+{
     return Basis::toInt32(Basis::behindFirst(Basis::behindFirst(line, ":"), " "));
 }
 

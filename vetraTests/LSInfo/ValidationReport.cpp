@@ -21,17 +21,20 @@ constexpr const char* yellow = "\033[1;33m";
 constexpr const char* blue = "\033[1;34m";
 constexpr const char* reset = "\033[0m";
 
-void writeHead(std::ostream& out, const string& rule, const char* colour, std::string_view word) {
+void writeHead(std::ostream& out, const string& rule, const char* colour, std::string_view word)
+{
     out << std::left << std::setw(ruleWidth) << rule << ':' << std::right << std::setw(colourWidth)
         << colour << word << reset;
 }
 
-void writeLabelled(std::ostream& out, const char* label, std::string_view text) {
+void writeLabelled(std::ostream& out, const char* label, std::string_view text)
+{
     out << std::setw(labelWidth) << label << text << '\n';
 }
 
 void writeEntry(std::ostream& out, const string& rule, const string& status,
-                std::string_view severity, const string& reason) {
+                std::string_view severity, const string& reason)
+{
     if (status == "SUCESS") {
         writeHead(out, rule, green, status);
         out << '\t' << reason << '\n';
@@ -50,14 +53,16 @@ void writeEntry(std::ostream& out, const string& rule, const string& status,
     }
 }
 
-void appendLineOf(string& text, char fill) {
+void appendLineOf(string& text, char fill)
+{
     text.append(lineWidth, fill).append("\n");
 }
 
 }  // namespace
 
 void ValidateSystemInfo::validate(const RulePointer checks[], const int& count, const string& title,
-                                  const SystemInfo& facts, const string& arch) {
+                                  const SystemInfo& facts, const string& arch)
+{
     ValidateSystemInfo local(allocator);
     appendLineOf(humanReadableReport, '=');
     humanReadableReport.append("EVALUATED SYSTEM SETUP ON ").append(title).append(":\n");
@@ -70,7 +75,8 @@ void ValidateSystemInfo::validate(const RulePointer checks[], const int& count, 
 }
 
 string ValidateSystemInfo::consolidateReport(const CheckReport& report,
-                                             std::string_view severity) const {
+                                             std::string_view severity) const
+{
     Basis::ostringstream block = Basis::outputStream(allocator);
     for (const auto& [rule, outcomes] : report) {
         for (const auto& [status, reason] : outcomes)
@@ -79,7 +85,8 @@ string ValidateSystemInfo::consolidateReport(const CheckReport& report,
     return block.str();
 }
 
-string ValidateSystemInfo::conclude(std::string_view rule, const Outcome& outcome) {
+string ValidateSystemInfo::conclude(std::string_view rule, const Outcome& outcome)
+{
     CheckOutcomes outcomes(&allocator);
     outcomes.emplace(outcome.status, outcome.reason);
     CheckReport report(&allocator);
@@ -95,7 +102,8 @@ string ValidateSystemInfo::conclude(std::string_view rule, const Outcome& outcom
     return consolidateReport(report, outcome.severity);
 }
 
-bool ValidateSystemInfo::compareMaps(const CheckReport& allowed, CheckReport& measured) const {
+bool ValidateSystemInfo::compareMaps(const CheckReport& allowed, CheckReport& measured) const
+{
     bool isAllowed = false;
     for (auto& [measuredKey, measuredEntries] : measured) {
         const auto [begin, end] = allowed.equal_range(measuredKey);
