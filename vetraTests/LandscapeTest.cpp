@@ -65,6 +65,8 @@ static_assert(std::size(checks) == 13);
 string versionText(Basis::Allocator& allocator)
 {
     Basis::ostringstream text = Basis::outputStream(allocator);
+    // A piece that the build did not supply is left out.
+    text.exceptions(std::ios_base::goodbit);
     text << "evalOS-" << zdbver_version() << " (" << zdbver_compiledate() << ")";
     return text.str();
 }

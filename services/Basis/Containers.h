@@ -31,10 +31,13 @@ using TextAllocator = std::pmr::polymorphic_allocator<char>;
 using ostringstream = std::basic_ostringstream<char, std::char_traits<char>, TextAllocator>;
 using istringstream = std::basic_istringstream<char, std::char_traits<char>, TextAllocator>;
 
-/// An output stream into a string of the given domain.
+/// An output stream into a string of the given domain. An allocation that fails passes out of it: a
+/// text is whole or not there.
 inline ostringstream outputStream(Allocator& allocator)
 {
-    return ostringstream(std::ios_base::out, TextAllocator(&allocator));
+    ostringstream stream(std::ios_base::out, TextAllocator(&allocator));
+    stream.exceptions(std::ios_base::badbit);
+    return stream;
 }
 
 }  // namespace Basis

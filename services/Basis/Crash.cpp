@@ -9,6 +9,8 @@
 #include <string>
 #include <typeinfo>
 
+#include "Basis/Text.h"
+
 namespace Basis {
 
 namespace {
@@ -18,7 +20,9 @@ const char* programName = "vetra";
 // One write for the whole line: other threads may be writing to the same terminal.
 void writeLine(const std::string& text)
 {
-    const std::string line = text + "\n";
+    std::string line;
+    appendPrintable(line, text);
+    line += '\n';
     std::size_t done = 0;
     while (done < line.size()) {
         const ssize_t written = ::write(STDERR_FILENO, line.data() + done, line.size() - done);

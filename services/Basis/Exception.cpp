@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "Basis/Crash.h"
+#include "Basis/Text.h"
 
 namespace Basis {
 
@@ -41,24 +42,6 @@ Placeholder nextPlaceholder(std::string_view message, std::size_t from)
             return {open, close + 1, message.substr(open + 1, close - open - 1)};
     }
     return {};
-}
-
-// Arguments may hold foreign text; the form must stay one line on any terminal.
-void appendPrintable(std::string& out, std::string_view text)
-{
-    static const char digits[] = "0123456789abcdef";
-    for (const char letter : text) {
-        const auto byte = static_cast<unsigned char>(letter);
-        if (letter == '\n') {
-            out += "\\n";
-        } else if (byte < 0x20 || byte == 0x7f) {
-            out += "\\x";
-            out += digits[byte >> 4];
-            out += digits[byte & 15];
-        } else {
-            out += letter;
-        }
-    }
 }
 
 const char* systemErrorName(int number)

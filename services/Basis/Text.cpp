@@ -36,6 +36,47 @@ vector<std::string_view> split(std::string_view text, char separator, Allocator&
     return pieces;
 }
 
+bool readLine(std::istream& input, string& line)
+{
+    constexpr int end = std::char_traits<char>::eof();
+    line.clear();
+    std::streambuf* const buffer = input.rdbuf();
+    if (!input.good() || !buffer)
+        return false;
+    for (;;) {
+        int letter = end;
+        try {
+            letter = buffer->sbumpc();
+        } catch (const std::ios_base::failure&) {
+            // What cannot be read, such as a directory, ends here.
+        }
+        if (letter == '\n')
+            return true;
+        if (letter == end) {
+            input.setstate(std::ios_base::eofbit);
+            return !line.empty();
+        }
+        line.push_back(static_cast<char>(letter));
+    }
+}
+
+void appendPrintable(std::string& out, std::string_view text)
+{
+    static const char digits[] = "0123456789abcdef";
+    for (const char letter : text) {
+        const auto byte = static_cast<unsigned char>(letter);
+        if (letter == '\n') {
+            out += "\\n";
+        } else if (byte < 0x20 || byte == 0x7f) {
+            out += "\\x";
+            out += digits[byte >> 4];
+            out += digits[byte & 15];
+        } else {
+            out += letter;
+        }
+    }
+}
+
 std::int32_t toInt32(std::string_view text)
 {
     const std::string terminated(text);

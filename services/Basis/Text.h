@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <istream>
+#include <string>
 #include <string_view>
 
 #include "Basis/Containers.h"
@@ -29,6 +31,14 @@ std::string_view trimmed(std::string_view text);
 /// The pieces between the separators. An empty text has none, and nothing follows a separator that
 /// ends the text. The pieces view `text`.
 vector<std::string_view> split(std::string_view text, char separator, Allocator& allocator);
+
+/// Reads a line without its end, as std::getline does. False at the end of the input, or where it
+/// can be read no further; an allocation that fails passes out, which std::getline would hide.
+bool readLine(std::istream& input, string& line);
+
+/// Appends foreign text so that it stays one line on any terminal: a line feed becomes "\\n", other
+/// control characters "\\x" and two digits.
+void appendPrintable(std::string& out, std::string_view text);
 
 /// The decimal number at the beginning, as `strtol` reads it: leading white space and a sign are
 /// taken, anything behind the digits is ignored, no digits give 0, and the value saturates at 64

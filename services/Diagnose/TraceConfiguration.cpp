@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "Basis/Crash.h"
 
@@ -51,6 +52,13 @@ spdlog::level::level_enum spdlogLevel(TraceLevel level)
     return spdlog::level::off;
 }
 
+void giveUp(TraceFile& file, const std::string& reason)
+{
+    if (std::exchange(file.failed, true))
+        return;
+    std::cerr << "vetra: no diagnostic trace is written: " << reason << std::endl;
+}
+
 void openFile(TraceFile& file)
 {
     auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(file.path);
@@ -59,7 +67,7 @@ void openFile(TraceFile& file)
     file.logger->set_level(spdlog::level::trace);
     // What was traced must survive an abort.
     file.logger->flush_on(spdlog::level::trace);
-    file.logger->set_error_handler([](const std::string&) { traceFile().failed = true; });
+    file.logger->set_error_handler([](const std::string& reason) { giveUp(traceFile(), reason); });
 }
 
 }  // namespace
@@ -97,8 +105,7 @@ void TraceConfiguration::write(const char* topic, TraceLevel level, std::string_
                     openFile(file);
                 file.logger->log(spdlogLevel(level), "{}: {}", topic, text);
             } catch (const spdlog::spdlog_ex& error) {
-                file.failed = true;
-                std::cerr << "vetra: no diagnostic trace is written: " << error.what() << std::endl;
+                giveUp(file, error.what());
             }
         }
     }

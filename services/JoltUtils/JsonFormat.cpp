@@ -59,6 +59,11 @@ private:
     void write(double number)
     {
         Basis::assertThat(std::isfinite(number), "JSON has no number that is not finite");
+        // A whole number without a fraction reads back as an integer, which knows no negative zero.
+        if (number == 0 && std::signbit(number)) {
+            stream << "-0.0";
+            return;
+        }
         char digits[40];
         const bool isWhole = std::trunc(number) == number && std::fabs(number) < exactWholeLimit;
         const auto end = isWhole ? std::to_chars(digits, digits + sizeof digits, number,

@@ -93,7 +93,7 @@ void SystemInfo::readProcessors(std::istream& file, ProcessorCounts& counts)
         {"model", &SystemInfo::model, "model"},
     };
 
-    for (string line(&allocator); std::getline(file, line);) {
+    for (string line(&allocator); Basis::readLine(file, line);) {
         const std::size_t colon = line.find(':');
         const std::string_view text = line;
         const std::string_view keyInFile = withoutBlanksAtEnd(text.substr(0, colon));
@@ -127,7 +127,7 @@ void SystemInfo::gatherTotalMemoryInfo()
 
 void SystemInfo::readTotalMemory(std::istream& file)
 {
-    for (string line(&allocator); std::getline(file, line);) {
+    for (string line(&allocator); Basis::readLine(file, line);) {
         if (Basis::contains(line, "MemTotal"))
             memTotalKb = Basis::beforeFirst(Basis::trimmed(Basis::behindFirst(line, ":")), " ");
     }

@@ -63,7 +63,7 @@ void SystemInfo::gatherMemoryDimmSizeInfo()
 SystemInfo::ModuleSizeLines SystemInfo::moduleSizesOfBiosDump(std::istream& file) const
 {
     ModuleSizeLines lines{string(&allocator), string(&allocator)};
-    for (string line(&allocator); std::getline(file, line);) {
+    for (string line(&allocator); Basis::readLine(file, line);) {
         if (!Basis::contains(line, "Size"))
             continue;
         if (Basis::contains(line, "MB"))
@@ -128,7 +128,7 @@ void SystemInfo::readModuleSpeeds(std::string_view output, ModuleSpeeds& speeds)
 SystemInfo::ModuleSpeeds SystemInfo::moduleSpeedsOfBiosDump(std::istream& file) const
 {
     ModuleSpeeds speeds{Numbers(&allocator), Numbers(&allocator)};
-    for (string line(&allocator); std::getline(file, line);) {
+    for (string line(&allocator); Basis::readLine(file, line);) {
         if (!Basis::contains(line, "MHz"))
             continue;
         if (Basis::contains(line, configuredSpeed)) {

@@ -52,7 +52,7 @@ void SystemInfo::gatherDistribution_LinuxKernelVersion_Info()
 
 void SystemInfo::readSuseRelease(std::istream& file)
 {
-    for (string line(&allocator); std::getline(file, line);) {
+    for (string line(&allocator); Basis::readLine(file, line);) {
         if (Basis::startsWith(line, "SUSE")) {
             distribution = Basis::trimmed(line);
             insert("Distribution name", distribution);
@@ -71,7 +71,7 @@ void SystemInfo::readSuseRelease(std::istream& file)
 
 void SystemInfo::readRedHatRelease(std::istream& file)
 {
-    for (string line(&allocator); std::getline(file, line);) {
+    for (string line(&allocator); Basis::readLine(file, line);) {
         if (!Basis::startsWith(line, "Red Hat"))
             continue;
         distribution = line;
@@ -135,7 +135,7 @@ void SystemInfo::gatherClockSourceInfo()
 
 void SystemInfo::readClockSource(std::istream& file)
 {
-    for (string line(&allocator); std::getline(file, line);) {
+    for (string line(&allocator); Basis::readLine(file, line);) {
         clockInfo = Basis::trimmed(line);
         insert("clock info", clockInfo);
         storeGroup("validateClocksource");
@@ -145,7 +145,7 @@ void SystemInfo::readClockSource(std::istream& file)
 void SystemInfo::gatherTHPInfo()
 {
     std::ifstream file("/sys/kernel/mm/transparent_hugepage/enabled");
-    for (string line(&allocator); std::getline(file, line);)
+    for (string line(&allocator); Basis::readLine(file, line);)
         thp = Basis::trimmed(line);
     insert("thp", thp);
     storeGroup("validateTHP");

@@ -3,6 +3,7 @@
 #include <exception>
 #include <fstream>
 #include <iostream>
+#include <utility>
 
 #include "Basis/Text.h"
 #include "vetraTests/LSInfo/SystemInfo.h"
@@ -76,7 +77,7 @@ void SystemInfo::gatherCPUgovernorInfo()
 
 void SystemInfo::readMaxFrequency(std::istream& file)
 {
-    for (string line(&allocator); std::getline(file, line);) {
+    for (string line(&allocator); Basis::readLine(file, line);) {
         maxFreq = decimal(Basis::toInt32(Basis::trimmed(line)) / kilohertzPerMegahertz);
         insert("max freq", maxFreq);
     }
@@ -85,9 +86,14 @@ void SystemInfo::readMaxFrequency(std::istream& file)
 string SystemInfo::processorFrequenciesOfBiosDump(std::istream& file) const
 {
     string frequencies(&allocator);
-    for (string line(&allocator); std::getline(file, line);) {
-        if (Basis::contains(line, "Current Speed") && Basis::contains(line, "MHz"))
-            frequencies.append(Basis::trimmed(Basis::behindFirst(line, ":"))).append("\n");
+    bool isFirst = true;
+    for (string line(&allocator); Basis::readLine(file, line);) {
+        if (!Basis::contains(line, "Current Speed") || !Basis::contains(line, "MHz"))
+            continue;
+        // Between the texts, not behind them: an empty last one is no line.
+        if (!std::exchange(isFirst, false))
+            frequencies.append("\n");
+        frequencies.append(Basis::trimmed(Basis::behindFirst(line, ":")));
     }
     return frequencies;
 }
@@ -122,7 +128,7 @@ void SystemInfo::gatherApplianceSystemTypeInfo()
 string SystemInfo::productNameOfBiosDump(std::istream& file) const
 {
     string text(&allocator);
-    for (string line(&allocator); std::getline(file, line);) {
+    for (string line(&allocator); Basis::readLine(file, line);) {
         if (Basis::startsWith(line, "Product Name"))
             text = Basis::trimmed(line);
     }

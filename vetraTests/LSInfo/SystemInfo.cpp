@@ -163,7 +163,7 @@ void SystemInfo::storeGroup(std::string_view name)
 void SystemInfo::gatherLines(const char* path, string& fact, std::string_view key)
 {
     std::ifstream file(path);
-    for (string line(&allocator); std::getline(file, line);) {
+    for (string line(&allocator); Basis::readLine(file, line);) {
         fact = Basis::trimmed(line);
         insert(key, fact);
     }
