@@ -1,6 +1,6 @@
 #include "impl/VetraHelper.h"
 
-#include <ext/stdio_filebuf.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <iostream>
@@ -37,12 +37,9 @@ void VetraHelper::readFromFile(const string& path, string& content)
         raise(Vetra__ERR_INVALID_FILEDESCRIPTOR(), {"Error while opening the file."});
     }
 
-    // The buffer owns the descriptor and closes it.
-    __gnu_cxx::stdio_filebuf<char> buffer(descriptor, std::ios_base::in);
-    std::istream input(&buffer);
-    Basis::ostringstream text = Basis::outputStream(allocator);
-    text << input.rdbuf();
-    content = text.str();
+    content.clear();
+    FileAccess::fileReadAll(descriptor, content);
+    ::close(descriptor);
 }
 
 void VetraHelper::writeToTrace(TRACE_TYPE type, const char* message)
@@ -55,6 +52,9 @@ void VetraHelper::writeToTrace(TRACE_TYPE type, const char* message)
     bool created = false;
     const FileAccess::FileDescriptor probe = FileAccess::fileOpen(
         path, FileAccess::writeExisting, ownerOnly, FileAccess::closeOnExec, created);
+    // A pipe without a reader would hold the run.
+    if (probe == FileAccess::INVALID_FILE_DESCRIPTOR && !FileAccess::isOrdinaryOrAbsent(path))
+        return;
     std::ofstream file(path.c_str(), probe == FileAccess::INVALID_FILE_DESCRIPTOR
                                          ? std::ios_base::out
                                          : std::ios_base::app);
@@ -123,8 +123,11 @@ string VetraHelper::writeTestResultToFile(double id, string& outputDir, string& 
     writeToTrace(TRACE_INFO, "Writing output to:");
     writeToTrace(TRACE_INFO, path.c_str());
 
-    std::ofstream file(path.c_str());
-    file << result << std::endl;
+    // A path with a NUL would name another file to the kernel.
+    if (path.find('\0') == string::npos) {
+        std::ofstream file(path.c_str());
+        file << result << std::endl;
+    }
     return path;
 }
 

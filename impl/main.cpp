@@ -1,9 +1,12 @@
 #include "Basis/Crash.h"
 #include "System/ResourceLimits.h"
+#include "System/StandardStreams.h"
 #include "impl/vetra.h"
 
 int main(int argc, char** argv)
 {
+    System::openStandardStreams();
+    System::surviveFileSizeLimit();
     Basis::nameUncaughtExceptions("vetra");
     // Each line of the log keeps a descriptor until the end; a long run must still be able to start
     // its commands and write its results.

@@ -52,10 +52,10 @@ std::string lettersOf(const CpuidRegisters& registers)
 }
 
 // Empty if the registers hold anything but letters. Short signatures are filled up with zeros, but
-// all of them reach into the third register; small numbers of other leaves do not.
+// all of them reach into the second register; small numbers of other leaves do not.
 std::string signatureOf(const CpuidRegisters& registers)
 {
-    if (registers.ebx == 0 || registers.ecx == 0 || registers.edx == 0)
+    if (registers.ebx == 0 || registers.ecx == 0)
         return {};
     const std::string letters = strippedOf(lettersOf(registers), std::string_view("\0", 1));
     if (!std::all_of(letters.begin(), letters.end(), isPrintable))

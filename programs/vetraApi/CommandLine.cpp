@@ -39,6 +39,7 @@ constexpr const char* usageTail =
     "    2  code 4\n"
     "    3  code 5\n"
     "   64  an unknown action, at which the program ends, or another use than those above\n"
+    "   74  standard output cannot be written\n"
     "\n"
     "What rules print beside their records goes to standard error. The hypervisor is known only "
     "if\n"

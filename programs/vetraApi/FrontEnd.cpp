@@ -14,6 +14,8 @@ namespace VetraApi {
 
 namespace {
 
+constexpr int outputStatus = 74;
+
 using Basis::string;
 using Actions = Basis::vector<std::string_view>;
 
@@ -113,6 +115,15 @@ int printUsage(std::ostream& stream, int status, Basis::Allocator& allocator)
     return status;
 }
 
+// A script that reads half of the records must not take them for all.
+int checkedOutput(int status)
+{
+    if (std::cout)
+        return status;
+    std::cerr << "vetraApi: standard output cannot be written" << std::endl;
+    return outputStatus;
+}
+
 int printVersion()
 {
     std::cout << "vetraApi-" << zdbver_version() << " (" << zdbver_compiledate() << ")"
@@ -134,8 +145,8 @@ int runFrontEnd(int argc, const char* const* argv, const FactGatherer& gather)
         return printVersion();
 
     Checks checks(gather, *domain);
-    return line.asJson ? printJson(checks, line.actions, *domain)
-                       : printRecords(checks, line.actions);
+    return checkedOutput(line.asJson ? printJson(checks, line.actions, *domain)
+                                     : printRecords(checks, line.actions));
 }
 
 }  // namespace VetraApi

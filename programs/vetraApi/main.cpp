@@ -1,8 +1,10 @@
 #include "Basis/Crash.h"
+#include "System/StandardStreams.h"
 #include "programs/vetraApi/FrontEnd.h"
 
 int main(int argc, char** argv)
 {
+    System::openStandardStreams();
     Basis::nameUncaughtExceptions("vetraApi");
     return VetraApi::runFrontEnd(argc, argv,
                                  [](vetraTests::SystemInfo& facts) { facts.gatherInfo(); });

@@ -1,9 +1,11 @@
 #include "FileAccess/FileFunctions.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <vector>
@@ -57,6 +59,34 @@ FileDescriptor fileOpen(std::string_view path, int mode, unsigned permissions, u
     return descriptor;
 }
 
+bool fileReadAll(FileDescriptor descriptor, Basis::string& content)
+{
+    constexpr std::size_t leastRoom = 64 * 1024;
+    std::size_t used = 0;
+    for (;;) {
+        if (content.size() - used < leastRoom)
+            content.resize(std::max(content.size() * 2, used + leastRoom));
+        const ssize_t count = ::read(descriptor, content.data() + used, content.size() - used);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0) {
+            content.resize(used);
+            return count == 0;
+        }
+        used += static_cast<std::size_t>(count);
+    }
+}
+
+bool isOrdinaryOrAbsent(std::string_view path)
+{
+    if (!isUsable(path))
+        return false;
+    struct stat status {};
+    if (::stat(std::string(path).c_str(), &status) != 0)
+        return errno == ENOENT;
+    return S_ISREG(status.st_mode) || S_ISCHR(status.st_mode);
+}
+
 bool getCurrentDirectory(Basis::string& directory)
 {
     std::vector<char> buffer(512);
@@ -80,14 +110,16 @@ bool directoryExists(std::string_view path)
 
 bool directoryCreate(std::string_view path)
 {
-    if (!isUsable(path))
+    if (!isUsable(path) || path.size() >= PATH_MAX)
         return false;
-    const std::string whole(path);
-    for (std::size_t end = whole.find('/', 1);; end = whole.find('/', end + 1)) {
-        ::mkdir(whole.substr(0, end).c_str(), 0777);
-        if (end == std::string::npos)
-            break;
+    std::string whole(path);
+    for (std::size_t end = whole.find('/', 1); end != std::string::npos;
+         end = whole.find('/', end + 1)) {
+        whole[end] = '\0';
+        ::mkdir(whole.c_str(), 0777);
+        whole[end] = '/';
     }
+    ::mkdir(whole.c_str(), 0777);
     return directoryExists(path);
 }
 

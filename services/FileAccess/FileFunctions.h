@@ -29,6 +29,14 @@ enum FileFlags : unsigned {
 FileDescriptor fileOpen(std::string_view path, int mode, unsigned permissions, unsigned flags,
                         bool& created);
 
+/// Replaces `content` by all that is left to read. False if reading failed before the end; what had
+/// been read is then there.
+bool fileReadAll(FileDescriptor descriptor, Basis::string& content);
+
+/// True if a file of that name can be written without waiting for anybody: it is a regular or a
+/// character file, or missing. Opening a pipe would wait for its reader.
+bool isOrdinaryOrAbsent(std::string_view path);
+
 /// The process's current directory. Returns false, and gives ".", if it has been removed.
 bool getCurrentDirectory(Basis::string& directory);
 

@@ -239,6 +239,25 @@ def test_a_log_that_cannot_be_written_stops_nothing(host, prepare):
     assert run.log in (b"", b"closed\n")
 
 
+def test_a_pipe_in_the_place_of_the_log_holds_nothing_up(host):
+    run = host.vetra({"tests": [EVALOS]}, prepare=lambda cwd: os.mkfifo(cwd / "vetra.trc"))
+    assert (run.status, run.stderr, len(run.results)) == (0, b"", 1)
+
+
+def test_a_log_at_the_limit_of_file_sizes_stops_nothing(host):
+    run = host.vetra({"tests": [EVALOS]}, files={"vetra.trc": b"an older line\n"},
+                     limits=[(resource.RLIMIT_FSIZE, (0, 0))])
+    assert run.status == 0
+    assert b"EvalOS run OK.\n" in run.stdout
+    assert run.log == b"an older line\n"
+
+
+def test_a_directory_with_a_nul_in_its_name_touches_no_other_file(host):
+    run = host.vetra({"output_dir": "keep\0", "tests": [EVALOS]}, files={"keep": b"mine"})
+    assert (run.status, run.results) == (0, {})
+    assert (run.cwd / "keep").read_bytes() == b"mine"
+
+
 def test_the_log_outlives_a_small_limit_of_descriptors(host):
     tests = [{"id": number, "class": "A"} for number in range(200)]
     run = host.vetra({"tests": tests}, limits=[(resource.RLIMIT_NOFILE, (64, 4096))])

@@ -2,9 +2,12 @@
 
 #include <sys/utsname.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
-#include <tuple>
+#include <iostream>
+#include <string>
 #include <utility>
 
 #include "Basis/Text.h"
@@ -125,8 +128,11 @@ string SystemInfo::getCommand(string& command) const
     command.append(" 2>&1");
     string output(&allocator);
     std::FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe)
+    if (!pipe) {
+        std::cerr << "vetra: cannot start '" << command << "': " << std::strerror(errno)
+                  << "; its facts are missing" << std::endl;
         return output;
+    }
     char buffer[256];
     while (!std::feof(pipe) && !std::ferror(pipe)) {
         if (std::fgets(buffer, sizeof buffer, pipe))
