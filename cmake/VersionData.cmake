@@ -3,7 +3,8 @@
 if(DEFINED ENV{SOURCE_DATE_EPOCH})
     set(seconds "$ENV{SOURCE_DATE_EPOCH}")
 else()
-    execute_process(COMMAND git -C ${SOURCE} log -1 --format=%ct
+    # Only of this tree's own repository, not of one that it happens to lie in.
+    execute_process(COMMAND git --git-dir=${SOURCE}/.git log -1 --format=%ct
         OUTPUT_VARIABLE seconds ERROR_QUIET OUTPUT_STRIP_TRAILING_WHITESPACE)
 endif()
 if(seconds MATCHES "^[0-9]+$")

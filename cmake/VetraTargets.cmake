@@ -6,6 +6,9 @@ set(VETRA_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-convers
 
 function(_vetra_common target)
     target_compile_options(${target} PRIVATE "$<$<COMPILE_LANGUAGE:CXX>:${VETRA_WARNINGS}>")
+    # The same bytes wherever the tree lies.
+    target_compile_options(${target} PRIVATE -ffile-prefix-map=${CMAKE_BINARY_DIR}=build
+        -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
     if(VETRA_SANITIZERS)
         target_compile_options(${target} PRIVATE -fsanitize=${VETRA_SANITIZERS}
             -fno-sanitize-recover=all)

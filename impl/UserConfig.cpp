@@ -15,9 +15,10 @@ namespace {
 
 constexpr double keyOfFirstTest = 1.0;
 
-[[noreturn]] void refuse(std::string_view key)
+[[noreturn]] void refuse(std::string_view key, const char* file = __builtin_FILE(),
+                         int line = __builtin_LINE())
 {
-    raise(Vetra__ERR_INVALID_USER_CONFIG(), {key});
+    raise(Vetra__ERR_INVALID_USER_CONFIG(), {key}, file, line);
 }
 
 // Toward zero; a number beyond 32 bits becomes the nearest that fits.

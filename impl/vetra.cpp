@@ -33,9 +33,8 @@ const struct TraceInitializer {
 
 constexpr int usageError = -1;
 
-void runTestsOfFile(VetraHelper& helper, UserConfig& config, const char* file)
+void runTestsOfFile(VetraHelper& helper, UserConfig& config, const string& path, TestMap& tests)
 {
-    const string path(file, &alloc);
     string text(&alloc);
     helper.readFromFile(path, text);
     config.readJsonUserConfig(text);
@@ -47,7 +46,6 @@ void runTestsOfFile(VetraHelper& helper, UserConfig& config, const char* file)
     std::cout << announcement << std::endl;
     helper.writeToTrace(TRACE_INFO, announcement.c_str());
 
-    TestMap tests(&alloc);
     helper.runTests(config, tests);
 
     string outputDir = config.getOutputDir();
@@ -62,8 +60,11 @@ void run(const char* file)
 {
     VetraHelper helper(alloc);
     UserConfig config(alloc);
+    const string path(file, &alloc);
+    // Outlives the guard: an error is said before the tests go.
+    TestMap tests(&alloc);
     try {
-        runTestsOfFile(helper, config, file);
+        runTestsOfFile(helper, config, path, tests);
     } catch (const VetraException& exception) {
         std::cout << "Error while running VETRA:" << exception << std::endl;
     }

@@ -3,6 +3,7 @@
 #include <cxxabi.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -26,6 +27,8 @@ void writeLine(const std::string& text)
     std::size_t done = 0;
     while (done < line.size()) {
         const ssize_t written = ::write(STDERR_FILENO, line.data() + done, line.size() - done);
+        if (written < 0 && errno == EINTR)
+            continue;
         if (written <= 0)
             return;
         done += static_cast<std::size_t>(written);

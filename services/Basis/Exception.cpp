@@ -19,8 +19,9 @@ struct Registry {
 
 Registry& registry()
 {
-    static Registry instance;
-    return instance;
+    // Never destroyed: errors may be registered while statics go.
+    static Registry* const instance = new Registry;
+    return *instance;
 }
 
 struct Placeholder {

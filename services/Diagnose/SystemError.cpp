@@ -25,7 +25,7 @@ LastSystemErrorCache::LastSystemErrorCache() : saved(errno) {}
 void LastSystemErrorCache::restore(char const* tag) const
 {
     const int disturbed = errno;
-    if (disturbed != saved) {
+    if (disturbed != saved && diagnoseTopic().isActive(TraceLevel::Debug)) {
         diagnoseTopic().trace(TraceLevel::Debug,
                               std::string(tag) + " changed the last system error from " +
                                   std::to_string(saved) + " to " + std::to_string(disturbed));

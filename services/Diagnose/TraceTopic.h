@@ -24,8 +24,8 @@ private:
 /// A topic that can write lines into the trace file.
 ///
 /// Lifetime:   a static object between initStat and destroy; outside of that, trace writes nothing.
-/// Threads:    trace may be called from any thread, initStat and destroy before and after all
-/// others. Errors:     tracing never fails visibly; see TraceConfiguration.
+/// Threads:    trace may be called from any thread, initStat before and destroy after all others.
+/// Errors:     tracing never fails visibly; see TraceConfiguration.
 class TraceTopic : public DiagTopic {
 public:
     /// Makes the topic known. It follows the global level.

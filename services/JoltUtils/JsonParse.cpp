@@ -26,7 +26,9 @@ public:
     }
     bool number_integer(number_integer_t value) override
     {
-        return store([&](TypedJson& place) { place.setNumber(static_cast<double>(value)); });
+        // The reader gives numbers with a minus here, all others as unsigned.
+        const double number = value == 0 ? -0.0 : static_cast<double>(value);
+        return store([&](TypedJson& place) { place.setNumber(number); });
     }
     bool number_unsigned(number_unsigned_t value) override
     {

@@ -13,7 +13,12 @@ Held* make(const JsonAllocator& allocator, Arguments&&... arguments)
 {
     std::pmr::polymorphic_allocator<> source(&allocator.domain());
     auto* place = source.allocate_object<Held>();
-    return new (place) Held(std::forward<Arguments>(arguments)...);
+    try {
+        return new (place) Held(std::forward<Arguments>(arguments)...);
+    } catch (...) {
+        source.deallocate_object(place);
+        throw;
+    }
 }
 
 // The containers know their domain, so a value need not carry it.

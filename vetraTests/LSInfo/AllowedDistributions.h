@@ -26,7 +26,4 @@ inline constexpr AllowedDistribution allowedDistributions[] = {
 };
 static_assert(std::size(allowedDistributions) == 7);
 
-/// The text that says that a rule met an architecture which it does not know.
-inline constexpr std::string_view architectureNotValid = "Variable ARCHITECTURE not valid.";
-
 }  // namespace vetraTests

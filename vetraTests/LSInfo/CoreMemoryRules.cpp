@@ -5,7 +5,6 @@
 
 #include "Basis/Text.h"
 #include "vetraTests/LSInfo/AcceptedProcessors.h"
-#include "vetraTests/LSInfo/AllowedDistributions.h"
 #include "vetraTests/LSInfo/ValidateSystemInfo.h"
 
 namespace vetraTests {
@@ -48,7 +47,7 @@ string ValidateSystemInfo::validateCoreMemoryRatio(const SystemInfo& facts, cons
                                              "This is not supported on production system."));
     }
     if (!Basis::contains(arch, "x86"))
-        return conclude(rule, Outcome::couldNotRun("('ARCHITECTURE'", architectureNotValid));
+        return conclude(rule, Outcome::wrongArchitecture());
 
     constexpr std::string_view notValid =
         "The system has a non valid \ncore-memory ratio for analytics";

@@ -64,14 +64,14 @@ string ValidateSystemInfo::validateCPU(const SystemInfo& facts, const string& ar
 {
     constexpr std::string_view item = "('cpu_name'";
     if (!Basis::contains(arch, "x86"))
-        return conclude("validateCPU",
-                        Outcome::couldNotRun(architectureItem, architectureNotValid));
+        return conclude("validateCPU", Outcome::wrongArchitecture());
 
     const string name = facts.getModelName();
     const bool isListed = std::find(std::begin(acceptedProcessors), std::end(acceptedProcessors),
                                     std::string_view(name)) != std::end(acceptedProcessors);
-    const bool isOfAcceptedFamily = acceptedArchitectureLength(facts) != 0;
-    if (!isListed && !isOfAcceptedFamily) {
+    // Looked up also for a listed name: a fault of the families is said in any case.
+    const bool isOfFamily = isOfAcceptedFamily(facts);
+    if (!isListed && !isOfFamily) {
         return conclude(
             "validateCPU",
             Outcome::failed(item, name, "CPU Model is not supported for productive usage"));
@@ -83,8 +83,7 @@ string ValidateSystemInfo::validateHypervisor(const SystemInfo& facts, const str
 {
     constexpr std::string_view item = "('hypervisor'";
     if (!Basis::contains(arch, "x86")) {
-        return conclude("validateHypervisor",
-                        Outcome::couldNotRun(architectureItem, architectureNotValid));
+        return conclude("validateHypervisor", Outcome::wrongArchitecture());
     }
 
     const string vendor = facts.getHyVendorId();
@@ -108,8 +107,7 @@ string ValidateSystemInfo::validateHTT(const SystemInfo& facts, const string& ar
     const std::int32_t logicalProcessors = Basis::toInt32(facts.getLPCount());
     const std::int32_t expectedProcessors = Basis::toInt32(facts.getPPCount());
     if (!Basis::contains(arch, "x86"))
-        return conclude("validateHTT",
-                        Outcome::couldNotRun(architectureItem, architectureNotValid));
+        return conclude("validateHTT", Outcome::wrongArchitecture());
     if (Basis::contains(verdictOf(validateHypervisor(facts, arch)), "SUCESS")) {
         return conclude(
             "validateHTT",
@@ -139,8 +137,8 @@ string ValidateSystemInfo::validateTHP(const SystemInfo& facts, const string&)
     return conclude("validateTHP", Outcome::failed(item, thp, advice));
 }
 
-// The length of the name at the end of the path vendor, family, model; 0 if the path breaks off.
-std::size_t ValidateSystemInfo::acceptedArchitectureLength(const SystemInfo& facts) const
+// True if the path vendor, family, model ends in a name; a later hit overwrites an earlier one.
+bool ValidateSystemInfo::isOfAcceptedFamily(const SystemInfo& facts) const
 {
     JoltUtils::JsonAllocator jsonAllocator(JoltUtils::JsonAllocator::getDefaultAllocator());
     JsonObject vendors(jsonAllocator);
@@ -153,7 +151,7 @@ std::size_t ValidateSystemInfo::acceptedArchitectureLength(const SystemInfo& fac
     const string vendorId = facts.getVendorId();
     const string familyId = facts.getCPUFamily();
     const string modelId = facts.getModel();
-    std::size_t length = 0;
+    bool hasName = false;
     for (const auto& [vendor, families] : vendors) {
         const JsonObject* members =
             vendor == vendorId ? filledObject(families, "There is no value for vendor id, size=")
@@ -169,11 +167,11 @@ std::size_t ValidateSystemInfo::acceptedArchitectureLength(const SystemInfo& fac
                 continue;
             for (const auto& [model, name] : *names) {
                 if (model == modelId && name.type() == JsonType::String)
-                    length = name.text().size();
+                    hasName = !name.text().empty();
             }
         }
     }
-    return length;
+    return hasName;
 }
 
 }  // namespace vetraTests

@@ -58,7 +58,7 @@ string ValidateSystemInfo::validateLinuxKernelVersion(const SystemInfo& facts, c
     value.append("-").append(major).append("-").append(minor);
 
     if (!Basis::contains(arch, "x86"))
-        return conclude(rule, Outcome::couldNotRun("('ARCHITECTURE'", architectureNotValid));
+        return conclude(rule, Outcome::wrongArchitecture());
     if (!Basis::contains(distributionVerdict, "SUCESS")) {
         return conclude(rule,
                         Outcome::notApplicable(item, value, "validateDistribution is a failure"));

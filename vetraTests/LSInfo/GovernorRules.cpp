@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <iostream>
+#include <iterator>
 
 #include "Basis/Text.h"
 #include "vetraDefines.h"
 #include "vetraTests/LSInfo/ValidateSystemInfo.h"
+#include "vetraTests/LSInfo/WrappingSum.h"
 
 namespace vetraTests {
 
@@ -21,10 +23,7 @@ std::int32_t averageOf(const Basis::vector<std::int32_t>& numbers)
 {
     if (numbers.empty())
         return 0;
-    std::uint32_t total = 0;
-    for (const std::int32_t number : numbers)
-        total += static_cast<std::uint32_t>(number);
-    return static_cast<std::int32_t>(total) / static_cast<std::int32_t>(numbers.size());
+    return wrappingSum(numbers) / static_cast<std::int32_t>(numbers.size());
 }
 
 }  // namespace

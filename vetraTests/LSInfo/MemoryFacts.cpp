@@ -5,6 +5,7 @@
 
 #include "Basis/Text.h"
 #include "vetraTests/LSInfo/SystemInfo.h"
+#include "vetraTests/LSInfo/WrappingSum.h"
 
 namespace vetraTests {
 
@@ -19,18 +20,10 @@ constexpr const char* nodeSizeLines = R"(numactl --hardware | grep "size" | grep
 
 constexpr std::string_view configuredSpeed = "Configured Clock Speed";
 
-// Sums and shifts of sizes wrap in 32 bits.
+// Shifts of sizes wrap in 32 bits.
 std::int32_t timesThousandAndTwentyFour(std::int32_t gigabytes)
 {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(gigabytes) << 10);
-}
-
-std::int32_t sum(const Basis::vector<std::int32_t>& numbers)
-{
-    std::uint32_t total = 0;
-    for (const std::int32_t number : numbers)
-        total += static_cast<std::uint32_t>(number);
-    return static_cast<std::int32_t>(total);
 }
 
 void appendLine(string& lines, const string& line)
@@ -90,7 +83,7 @@ void SystemInfo::readModuleSizes(const ModuleSizeLines& lines)
     }
     dimmsizeListLength = decimal(static_cast<std::int32_t>(sizesMb.size()));
     insert("dimmsize list length", dimmsizeListLength);
-    dimmSize = decimal(sum(sizesMb));
+    dimmSize = decimal(wrappingSum(sizesMb));
     insert("dimmSize", dimmSize);
 }
 

@@ -4,15 +4,14 @@
 #include <iostream>
 
 #include "Basis/Text.h"
-#include "vetraTests/LSInfo/AllowedDistributions.h"
 #include "vetraTests/LSInfo/AllowedMemoryTotals.h"
 #include "vetraTests/LSInfo/ValidateSystemInfo.h"
+#include "vetraTests/LSInfo/WrappingSum.h"
 
 namespace vetraTests {
 
 namespace {
 
-constexpr std::string_view architectureItem = "('ARCHITECTURE'";
 constexpr std::string_view differentModules =
     "Different memory modules are used! This will have impact on memory performance";
 
@@ -20,15 +19,6 @@ std::int32_t difference(std::int32_t minuend, std::int32_t subtrahend)
 {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(minuend) -
                                      static_cast<std::uint32_t>(subtrahend));
-}
-
-// Sums of sizes wrap in 32 bits.
-std::int32_t sum(const Basis::vector<std::int32_t>& numbers)
-{
-    std::uint32_t total = 0;
-    for (const std::int32_t number : numbers)
-        total += static_cast<std::uint32_t>(number);
-    return static_cast<std::int32_t>(total);
 }
 
 // True if a node lies outside of 0.95 to 1.05 times the average; each of those is said.
@@ -63,7 +53,7 @@ string ValidateSystemInfo::validateMemory(const SystemInfo& facts, const string&
     const std::int32_t total = Basis::toInt32(facts.getDimmSize());
 
     if (!Basis::contains(arch, "x86"))
-        return conclude(rule, Outcome::couldNotRun(architectureItem, architectureNotValid));
+        return conclude(rule, Outcome::wrongArchitecture());
     if (Basis::contains(hypervisorVerdict, "SUCESS")) {
         return conclude(
             rule, Outcome::notApplicable(
@@ -111,14 +101,14 @@ string ValidateSystemInfo::validateMemoryDistribution(const SystemInfo& facts, c
                                   "not applicable"));
     }
     if (!Basis::contains(arch, "x86"))
-        return conclude(rule, Outcome::couldNotRun(architectureItem, architectureNotValid));
+        return conclude(rule, Outcome::wrongArchitecture());
 
     const string totalText = facts.getDimmSize();
     const std::int32_t total = Basis::toInt32(totalText);
     // A memory rule that has passed has seen at least one module.
     const std::int32_t averageModule = total / Basis::toInt32(facts.getDimmsizeListLength());
     const Numbers nodeSizes = numbersOf(facts.getNodesizeListItems());
-    const std::int32_t totalOfNodes = sum(nodeSizes);
+    const std::int32_t totalOfNodes = wrappingSum(nodeSizes);
     const bool isUneven = hasOutlier(nodeSizes, totalOfNodes);
     // What the nodes do not show must be less than one module.
     if (averageModule > difference(total, totalOfNodes) && !isUneven)

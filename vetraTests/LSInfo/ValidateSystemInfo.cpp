@@ -1,6 +1,7 @@
 #include "vetraTests/LSInfo/ValidateSystemInfo.h"
 
 #include <iterator>
+#include <string>
 
 #include "Basis/Text.h"
 
@@ -111,6 +112,11 @@ ValidateSystemInfo::Outcome ValidateSystemInfo::Outcome::couldNotRun(std::string
                                                                      std::string_view reason)
 {
     return {"FAILED", "HIGH", reason, item, "", 5, reason};
+}
+
+ValidateSystemInfo::Outcome ValidateSystemInfo::Outcome::wrongArchitecture()
+{
+    return couldNotRun("('ARCHITECTURE'", "Variable ARCHITECTURE not valid.");
 }
 
 ValidateSystemInfo::Outcome ValidateSystemInfo::Outcome::recording(

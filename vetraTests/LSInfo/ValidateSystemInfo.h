@@ -101,6 +101,7 @@ protected:
         static Outcome failed(std::string_view item, std::string_view value,
                               std::string_view reason);
         static Outcome couldNotRun(std::string_view item, std::string_view reason);
+        static Outcome wrongArchitecture();
         /// The same with a message of its own in the record.
         Outcome recording(std::string_view otherMessage) const;
     };
@@ -135,7 +136,7 @@ protected:
 private:
     string runtimeOutcome(std::string_view failure, bool isReady);
     Basis::vector<string> installedPackages(const SystemInfo& facts) const;
-    std::size_t acceptedArchitectureLength(const SystemInfo& facts) const;
+    bool isOfAcceptedFamily(const SystemInfo& facts) const;
     string certifiedModelOutcome(const string& productName, const string& failure);
     string governorOutcome(const SystemInfo& facts);
 };

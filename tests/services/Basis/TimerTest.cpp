@@ -47,15 +47,16 @@ TEST(Timer, ConversionIsProportionalAndRoundsDown)
     }
 }
 
-// Half a century of ticks: their product with the scale does not fit into 64 bits.
+// Up to half a century of ticks: their product with the scale does not fit into 64 bits.
 TEST(Timer, ConversionDoesNotWrapForManyTicks)
 {
-    const std::uint64_t once = Timer::s_fHiPerfTimerConvert(std::uint64_t{1} << 61);
-    const std::uint64_t twice = Timer::s_fHiPerfTimerConvert(std::uint64_t{1} << 62);
-
-    EXPECT_GT(once, 0U);
-    EXPECT_GE(twice, 2 * once);
-    EXPECT_LE(twice, 2 * once + 1);
+    for (unsigned bit = 40; bit < 62; ++bit) {
+        const std::uint64_t once = Timer::s_fHiPerfTimerConvert(std::uint64_t{1} << bit);
+        const std::uint64_t twice = Timer::s_fHiPerfTimerConvert(std::uint64_t{2} << bit);
+        EXPECT_GT(once, 0U) << bit;
+        EXPECT_GE(twice, 2 * once) << bit;
+        EXPECT_LE(twice, 2 * once + 1) << bit;
+    }
 }
 
 TEST(Timer, ManyThreadsMayMakeTheFirstCall)

@@ -437,6 +437,29 @@ TEST_F(OsGatherer, StoresNoClockSourceOfAnEmptyOrMissingFile)
     EXPECT_EQ(facts.group("validateClocksource"), std::nullopt);
 }
 
+TEST_F(OsGatherer, TakesAClockSourceWithoutLineEnd)
+{
+    host.file(clockFile, "tsc");
+
+    facts.gatherClockSourceInfo();
+
+    EXPECT_EQ(facts.group("validateClocksource"), (Entries{{"clock info", "tsc"}}));
+}
+
+TEST_F(OsGatherer, TakesADirectoryForAFileWithoutLines)
+{
+    for (const char* path : {suseFile, redHatFile, clockFile, hugePageFile})
+        host.file(plain(path) + "/inside", "SUSE\n");
+
+    gather();
+    facts.gatherClockSourceInfo();
+    facts.gatherTHPInfo();
+
+    EXPECT_EQ(facts.group("validateDistribution"), std::nullopt);
+    EXPECT_EQ(facts.group("validateClocksource"), std::nullopt);
+    EXPECT_EQ(facts.group("validateTHP"), (Entries{{"thp", ""}}));
+}
+
 TEST_F(OsGatherer, StoresAnEmptyLineAsClockSource)
 {
     host.file(clockFile, "\n");
