@@ -1,12 +1,12 @@
 #include "vetraTests/LSInfo/SystemInfo.h"
 
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iostream>
 #include <string>
 #include <utility>
 
@@ -129,8 +129,8 @@ string SystemInfo::getCommand(string& command) const
     string output(&allocator);
     std::FILE* pipe = ::popen(command.c_str(), "r");
     if (!pipe) {
-        std::cerr << "vetra: cannot start '" << command << "': " << std::strerror(errno)
-                  << "; its facts are missing" << std::endl;
+        ::dprintf(STDERR_FILENO, "vetra: cannot start '%s': %s; its facts are missing\n",
+                  command.c_str(), std::strerror(errno));
         return output;
     }
     char buffer[256];
