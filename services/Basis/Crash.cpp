@@ -3,9 +3,11 @@
 #include <cxxabi.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <memory>
 #include <string>
 #include <typeinfo>
@@ -17,6 +19,23 @@ namespace Basis {
 namespace {
 
 const char* programName = "vetra";
+std::atomic<CrashHook> crashHook{nullptr};
+
+// The first thread ends the process; a second line would only blur the reason. The others must not
+// run on, nor end the process before the hook has done its work.
+void beginCrash()
+{
+    static std::atomic_flag hasBegun;
+    static thread_local bool isOurs = false;
+    if (!hasBegun.test_and_set()) {
+        isOurs = true;
+        if (const CrashHook hook = crashHook.load())
+            hook();
+        return;
+    }
+    while (!isOurs)
+        ::pause();
+}
 
 // One write for the whole line: other threads may be writing to the same terminal.
 void writeLine(const std::string& text)
@@ -58,11 +77,17 @@ std::string typeNameOfCurrentException()
     } catch (...) {
         // Its type is all that is known of it.
     }
+    beginCrash();
     writeLine(text);
     std::abort();
 }
 
 }  // namespace
+
+void setCrashHook(CrashHook hook)
+{
+    crashHook = hook;
+}
 
 const char* baseName(const char* path)
 {
@@ -72,6 +97,8 @@ const char* baseName(const char* path)
 
 void crashImpl(const char* file, int line, const char* text)
 {
+    beginCrash();
+    std::cout.flush();
     writeLine(std::string(programName) + ": fatal: " + text + " (" + baseName(file) + ":" +
               std::to_string(line) + ")");
     std::abort();

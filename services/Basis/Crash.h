@@ -5,7 +5,8 @@
 namespace Basis {
 
 /// Ends the process abnormally after one line on standard error: the text and where it was raised.
-/// File names are cut to their last component, so that the line is the same wherever it was built.
+/// A second thread that comes here meanwhile waits for the end and says nothing. File names are cut
+/// to their last component, so that the line is the same wherever it was built.
 [[noreturn]] void crashImpl(const char* file, int line, const char* text);
 
 /// The same with an exception's own text.
@@ -19,6 +20,11 @@ inline void assertThat(bool condition, const char* text, const char* file = __bu
     if (!condition) [[unlikely]]
         crashImpl(file, line, text);
 }
+
+/// What is called, once, before the process ends by crashImpl or by an exception that nobody
+/// catches: the last chance to remove what must not stay. It must not throw.
+using CrashHook = void (*)();
+void setCrashHook(CrashHook hook);
 
 /// The part of a path behind its last slash.
 const char* baseName(const char* path);
