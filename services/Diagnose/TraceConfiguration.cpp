@@ -56,8 +56,7 @@ void giveUp(TraceFile& file, const std::string& reason)
 {
     if (std::exchange(file.failed, true))
         return;
-    std::cerr << "vetra: no diagnostic trace is written: " << reason
-              << std::endl;
+    std::cerr << "vetra: no diagnostic trace is written: " << reason << std::endl;
 }
 
 void openFile(TraceFile& file)
