@@ -101,6 +101,30 @@ bool getCurrentDirectory(Basis::string& directory)
     return true;
 }
 
+bool getCurrentDirectory(char* buffer, unsigned long size)
+{
+    return ::getcwd(buffer, size) != nullptr;
+}
+
+bool isRelative(const char* path)
+{
+    return path[0] != '/';
+}
+
+void joinPath(const char* base, const char* path, Basis::string& joined)
+{
+    joined = base;
+    if (joined.empty() || joined.back() != '/')
+        joined.append("/");
+    joined.append(path);
+}
+
+unsigned getAccessRights(const char* path)
+{
+    struct stat status {};
+    return ::stat(path, &status) == 0 ? status.st_mode & 07777U : 0;
+}
+
 bool directoryExists(std::string_view path)
 {
     struct stat status {};

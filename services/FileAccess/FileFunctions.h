@@ -40,6 +40,18 @@ bool isOrdinaryOrAbsent(std::string_view path);
 /// The process's current directory. Returns false, and gives ".", if it has been removed.
 bool getCurrentDirectory(Basis::string& directory);
 
+/// The same into a buffer of `size` bytes; false also if it does not fit.
+bool getCurrentDirectory(char* buffer, unsigned long size);
+
+/// True for a path that does not begin with a slash.
+bool isRelative(const char* path);
+
+/// `base` and `path` with one slash between them; nothing else is normalised.
+void joinPath(const char* base, const char* path, Basis::string& joined);
+
+/// The permission bits of a path, in the layout of POSIX mode bits; 0 if it cannot be inspected.
+unsigned getAccessRights(const char* path);
+
 /// True if the path names a directory, also through a symbolic link.
 bool directoryExists(std::string_view path);
 

@@ -1,0 +1,146 @@
+#include "FileAccess/ProcessEnd.h"
+
+#include <limits.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <mutex>
+
+#include "Basis/Crash.h"
+
+namespace FileAccess {
+
+namespace {
+
+constexpr int endingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE, SIGXFSZ};
+constexpr std::size_t maxFiles = 64;
+
+// Fixed storage: the handler may run at any moment and must not allocate or lock.
+struct GuardedFile {
+    std::atomic<bool> isArmed{false};
+    char path[PATH_MAX];
+};
+GuardedFile files[maxFiles];
+struct sigaction oldActions[std::size(endingSignals)];
+bool isInstalled[std::size(endingSignals)];
+std::atomic<pid_t> owner{0};        // children that were forked keep the files of their parent
+std::atomic<bool> isEnding{false};  // no path changes any more
+
+std::mutex mutex;
+unsigned users = 0;
+
+// Two signals may come here at once, and both must find the files gone when they go on: a file is
+// removed first and disarmed then.
+void removeGuardedFiles()
+{
+    if (::getpid() != owner)
+        return;
+    isEnding = true;
+    for (GuardedFile& file : files) {
+        if (!file.isArmed)
+            continue;
+        ::unlink(file.path);
+        file.isArmed = false;
+    }
+}
+
+void handleEndingSignal(int number)
+{
+    const int lastError = errno;
+    removeGuardedFiles();
+    for (std::size_t i = 0; i < std::size(endingSignals); ++i) {
+        if (endingSignals[i] == number)
+            ::sigaction(number, &oldActions[i], nullptr);
+    }
+    // Blocked until this handler returns, and then taken in the old way.
+    ::raise(number);
+    errno = lastError;
+}
+
+void install(std::size_t index)
+{
+    ::sigaction(endingSignals[index], nullptr, &oldActions[index]);
+    isInstalled[index] = oldActions[index].sa_handler != SIG_IGN;
+    if (!isInstalled[index])
+        return;
+    struct sigaction action {};
+    action.sa_handler = &handleEndingSignal;
+    action.sa_flags = SA_RESTART;
+    ::sigfillset(&action.sa_mask);
+    ::sigaction(endingSignals[index], &action, nullptr);
+}
+
+// A handler that somebody else has set meanwhile stays.
+void uninstall(std::size_t index)
+{
+    struct sigaction current {};
+    ::sigaction(endingSignals[index], nullptr, &current);
+    if (isInstalled[index] && current.sa_handler == &handleEndingSignal)
+        ::sigaction(endingSignals[index], &oldActions[index], nullptr);
+}
+
+// The place that holds the path already, else one that was never used, else one that is free: a
+// path that a handler may be reading is not written over without need.
+GuardedFile* placeFor(const std::string& path)
+{
+    GuardedFile* place = nullptr;
+    for (GuardedFile& file : files) {
+        if (path == file.path)
+            return &file;
+        const bool isBetter = !place || (place->path[0] != 0 && file.path[0] == 0);
+        if (!file.isArmed && isBetter)
+            place = &file;
+    }
+    return place;
+}
+
+}  // namespace
+
+void ProcessEnd::enter()
+{
+    const std::scoped_lock lock(mutex);
+    if (users++ != 0)
+        return;
+    owner = ::getpid();
+    isEnding = false;
+    Basis::setCrashHook(&removeGuardedFiles);
+    for (std::size_t i = 0; i < std::size(endingSignals); ++i)
+        install(i);
+}
+
+void ProcessEnd::leave()
+{
+    const std::scoped_lock lock(mutex);
+    if (--users != 0)
+        return;
+    for (std::size_t i = 0; i < std::size(endingSignals); ++i)
+        uninstall(i);
+    Basis::setCrashHook(nullptr);
+}
+
+void ProcessEnd::guard(const std::string& path, bool remove)
+{
+    const std::scoped_lock lock(mutex);
+    GuardedFile* const place = path.size() < PATH_MAX ? placeFor(path) : nullptr;
+    if (!remove) {
+        if (place && path == place->path)
+            place->isArmed = false;
+        return;
+    }
+    if (!place) {
+        std::cerr << "vetra: " + path + " stays behind if the process is ended by a signal\n"
+                  << std::flush;
+        return;
+    }
+    if (isEnding)
+        return;
+    if (path != place->path)
+        std::memcpy(place->path, path.c_str(), path.size() + 1);
+    place->isArmed = true;
+}
+
+}  // namespace FileAccess
