@@ -3,6 +3,7 @@
 #include <iostream>
 #include <string_view>
 
+#include "vetraTests/FilesystemTest.h"
 #include "vetraTests/LandscapeTest.h"
 
 namespace Vetra {
@@ -21,6 +22,10 @@ struct Registration {
 };
 
 constexpr Registration registrations[] = {
+    {"DataVolumeIO", &make<vetraTests::DataVolumeIO>},
+    {"LogVolumeIO", &make<vetraTests::LogVolumeIO>},
+    {"BackupIO", &make<vetraTests::BackupIO>},
+    {"MixedStressIO", &make<vetraTests::MixedStressIO>},
     {"EvalOS", &make<vetraTests::EvalOS>},
 };
 
