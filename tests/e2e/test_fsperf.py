@@ -114,7 +114,7 @@ def test_a_profile_fails_as_a_command_that_fails(directory):
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_a_signal_ends_a_run_and_removes_its_file(directory, number):
     program = os.path.join(os.environ["VETRA_BIN"], "fsperf")
-    with subprocess.Popen([program, "-m", "latency", "-b", "4K", "-f", "1G", "-s", "4K",
+    with subprocess.Popen([program, "-m", "latency", "-b", "4K", "-f", "128M", "-s", "4K",
                            str(directory)], stdout=subprocess.DEVNULL) as run:
         while not (directory / "datavol.dat").exists() and run.poll() is None:
             pass
@@ -125,7 +125,7 @@ def test_a_signal_ends_a_run_and_removes_its_file(directory, number):
 
 def test_a_directory_serves_one_measurement_at_a_time(directory):
     program = os.path.join(os.environ["VETRA_BIN"], "fsperf")
-    with subprocess.Popen([program, "-m", "latency", "-b", "4K", "-f", "1G", "-s", "4K",
+    with subprocess.Popen([program, "-m", "latency", "-b", "4K", "-f", "128M", "-s", "4K",
                            str(directory)], stdout=subprocess.DEVNULL) as first:
         while not (directory / "datavol.dat").exists() and first.poll() is None:
             pass
