@@ -155,14 +155,13 @@ TEST_F(ConsolidateReport, WritesNothingForAnEmptyReport)
 
 TEST_F(ConsolidateReport, LeavesReportAndRecordAsTheyAre)
 {
-    facts.thp = "[never]";
+    facts.clockInfo = "tsc";
     judge(&ValidateSystemInfo::validateClocksource);
-    const std::string record = plain(rules.getCheckAction());
     add("validateTHP", "FAILED", "a reason");
 
     block("MEDIUM");
 
-    EXPECT_EQ(plain(rules.getCheckAction()), record);
+    EXPECT_EQ(plain(rules.getCheckAction()), "('clocksource','tsc',0,'')");
     EXPECT_EQ(plain(rules.getHumanReadableReport()), "");
     EXPECT_EQ(report.find("validateTHP")->second.count("FAILED"), 1U);
 }
