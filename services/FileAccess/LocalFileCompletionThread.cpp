@@ -50,6 +50,9 @@ void LocalFileCompletionThread::handle(std::span<io_event> events)
 {
     finished.clear();
     continued.clear();
+    // The blocks were last touched long ago; the device waits until they are here.
+    for (const io_event& event : events)
+        __builtin_prefetch(reinterpret_cast<const char*>(event.obj) + cacheLine, 1);
     for (const io_event& event : events)
         examine(event);
     if (!continued.empty())

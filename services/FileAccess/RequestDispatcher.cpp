@@ -11,6 +11,9 @@ namespace FileAccess {
 
 namespace {
 
+// The first step into an idle queue, as a part of the least batch.
+constexpr std::uint32_t firstStepDivisor = 4;
+
 // Whose requests a batch holds, so that its time can be shared out after it has gone.
 class BatchShares {
 public:
@@ -161,7 +164,7 @@ std::uint32_t RequestDispatcher::takeBatch(SubmitQueue& source, CompletionQueue&
     const std::scoped_lock lock(source.takeMutex);
     if (source.isEmpty())
         return 0;
-    const std::uint32_t slots = kernelQueue.takeSlots(parameters.maxSubmitBatchSize);
+    const std::uint32_t slots = kernelQueue.takeSlots(nextStep(kernelQueue));
     if (slots == 0)
         return 0;
     const std::uint32_t count = stage(source, slots);
@@ -178,6 +181,17 @@ std::uint32_t RequestDispatcher::takeBatch(SubmitQueue& source, CompletionQueue&
     if (count < slots)
         kernelQueue.giveSlots(slots - count);
     return count;
+}
+
+// A queue that ran dry is filled in growing steps: the device begins with the first requests while
+// the kernel prepares the others. One large step would let it idle for as long as that takes, which
+// is a tenth of the throughput of small requests where a device ends many of them at once.
+std::uint32_t RequestDispatcher::nextStep(const CompletionQueue& kernelQueue) const
+{
+    const std::uint32_t inKernel = kernelQueue.inKernel();
+    if (inKernel == 0)
+        return std::max(1U, parameters.minSubmitBatchSize / firstStepDivisor);
+    return std::clamp(inKernel, parameters.minSubmitBatchSize, parameters.maxSubmitBatchSize);
 }
 
 std::uint32_t RequestDispatcher::stage(SubmitQueue& source, std::uint32_t wanted)

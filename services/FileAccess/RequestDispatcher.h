@@ -64,6 +64,7 @@ private:
     bool submitBatch(std::size_t submitQueue, CompletionQueue& kernelQueue);
     std::uint32_t takeBatch(SubmitQueue& source, CompletionQueue& kernelQueue,
                             IOControlBlock** batch);
+    std::uint32_t nextStep(const CompletionQueue& kernelQueue) const;
     static std::uint32_t stage(SubmitQueue& source, std::uint32_t wanted);
     bool mayGo(SubmitQueue& source, std::uint32_t count, std::uint32_t slots,
                const CompletionQueue& kernelQueue) const;
