@@ -136,6 +136,7 @@ void AsyncFile::transfer(const Request& request)
     machinery.statistics.busy(request.direction).accepted();
     const std::uint64_t begin = Basis::Timer::s_fHiPerfTimer();
     const bool isRead = request.direction == reading;
+    std::uintptr_t trials = 0;
     for (std::size_t done = 0; done < request.size;) {
         char* const place = request.buffer + done;
         const std::size_t rest = request.size - done;
@@ -148,7 +149,7 @@ void AsyncFile::transfer(const Request& request)
             done += static_cast<std::size_t>(result);
             continue;
         }
-        if (result < 0 && errno == EINTR)
+        if (result < 0 && errno == EINTR && trials++ < IOControlBlock::maxTrials)
             continue;
         const int systemError = result < 0 ? errno : (isRead ? ENODATA : ENOSPC);
         Basis::crashImpl(__FILE__, __LINE__,

@@ -87,10 +87,10 @@ void CompletionQueue::submit(std::span<IOControlBlock*> blocks)
             done += static_cast<std::size_t>(result);
             continue;
         }
-        if (result == -EINTR)
-            continue;
-        if ((result == -EAGAIN || result == 0) && ++attempts < submitAttempts) {
-            std::this_thread::sleep_for(pauseBetweenAttempts);
+        const bool mayPass = result == -EAGAIN || result == -EINTR || result == 0;
+        if (mayPass && ++attempts < submitAttempts) {
+            if (result != -EINTR)
+                std::this_thread::sleep_for(pauseBetweenAttempts);
             continue;
         }
         refuse(*blocks[done++], result == 0 ? EAGAIN : -result);

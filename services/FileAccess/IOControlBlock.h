@@ -3,6 +3,7 @@
 #include <libaio.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 
 #include "FileAccess/FileCallback.h"
@@ -29,6 +30,20 @@ public:
     std::uint64_t done = 0;  // bytes transferred so far
 
     bool isRead() const { return kernelBlock.aio_lio_opcode == IO_CMD_PREAD; }
+
+    /// Whether a transfer that ended with this errno is to be tried again as it is: an interruption
+    /// or a shortage passes, but not for ever. Counts the trials in the field that the kernel
+    /// leaves to the caller; setting a request up clears it.
+    bool mayRetry(int systemError)
+    {
+        const auto trials = reinterpret_cast<std::uintptr_t>(kernelBlock.data);
+        if ((systemError != EINTR && systemError != EAGAIN) || trials >= maxTrials)
+            return false;
+        kernelBlock.data = reinterpret_cast<void*>(trials + 1);
+        return true;
+    }
+
+    static constexpr std::uintptr_t maxTrials = 500;
 };
 static_assert(sizeof(IOControlBlock) == 128);
 

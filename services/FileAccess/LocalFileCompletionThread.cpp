@@ -72,7 +72,10 @@ void LocalFileCompletionThread::examine(const io_event& event)
     block->next.load(std::memory_order_acquire);
     const auto result = static_cast<std::int64_t>(event.res);
     if (result < 0) {
-        finished.push_back({block, static_cast<int>(-result)});
+        if (block->mayRetry(static_cast<int>(-result)))
+            continued.push_back(block);
+        else
+            finished.push_back({block, static_cast<int>(-result)});
         return;
     }
     block->done += static_cast<std::uint64_t>(result);
