@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iomanip>
+#include <span>
 
 #include "Basis/Crash.h"
 #include "Basis/Timer.h"
@@ -87,24 +88,26 @@ IOStatistics::IOStatistics(const FileIOParameters& fileParameters)
       submitQueues(fileParameters.numSubmitQueues + 1),
       completionQueues(fileParameters.numCompletionQueues)
 {
+    for (auto& record : owned) {
+        record = std::make_unique<SizeRecord>();
+        for (auto& shards : record->completing)
+            shards = std::vector<CompletingShard>(parameters.numCompletionQueues + 1);
+    }
 }
 
 SizeRecord& IOStatistics::recordOf(std::uint64_t blockSize)
 {
     const std::scoped_lock lock(mutex);
-    for (std::size_t i = 0; i < maxSizes; ++i) {
-        if (!owned[i]) {
-            owned[i] = std::make_unique<SizeRecord>();
-            owned[i]->blockSize = blockSize;
-            owned[i]->snapshot.blockSize = blockSize;
-            for (auto& shards : owned[i]->completing)
-                shards = std::vector<CompletingShard>(parameters.numCompletionQueues + 1);
-            records[i].store(owned[i].get(), std::memory_order_release);
-        }
-        if (owned[i]->blockSize == blockSize || i + 1 == maxSizes)
+    for (std::size_t i = 0; i < sizesInUse; ++i) {
+        if (owned[i]->blockSize == blockSize)
             return *owned[i];
     }
-    Basis::crashImpl(__FILE__, __LINE__, "a record is always found");
+    if (sizesInUse == maxSizes)
+        return *owned.back();
+    SizeRecord& record = *owned[sizesInUse++];
+    record.blockSize = blockSize;
+    record.snapshot.blockSize = blockSize;
+    return record;
 }
 
 void IOStatistics::takeSnapshot(SizeRecord& record)
@@ -135,8 +138,8 @@ void IOStatistics::takeSnapshot(SizeRecord& record)
 const DetailedStatistics& IOStatistics::detailed(std::uint64_t blockSize)
 {
     const std::scoped_lock lock(mutex);
-    for (const auto& record : owned) {
-        if (!record || record->blockSize != blockSize)
+    for (const auto& record : std::span(owned).first(sizesInUse)) {
+        if (record->blockSize != blockSize)
             continue;
         takeSnapshot(*record);
         return record->snapshot;
@@ -213,9 +216,7 @@ void IOStatistics::resetTotals()
 
 void IOStatistics::resetDetailed()
 {
-    for (const auto& record : owned) {
-        if (!record)
-            continue;
+    for (const auto& record : std::span(owned).first(sizesInUse)) {
         takeSnapshot(*record);
         for (DirectionCounters* side : {&record->snapshot.read, &record->snapshot.write}) {
             side->triggerTicks.reset();
@@ -239,9 +240,7 @@ void IOStatistics::printTotals(std::ostream& stream)
 void IOStatistics::printDetailed(std::ostream& stream)
 {
     stream << "Requests by size and direction since the last reset:\n";
-    for (const auto& record : owned) {
-        if (!record)
-            continue;
+    for (const auto& record : std::span(owned).first(sizesInUse)) {
         takeSnapshot(*record);
         const DirectionCounters* const sides[] = {&record->snapshot.read, &record->snapshot.write};
         for (unsigned direction = 0; direction < 2; ++direction) {

@@ -164,8 +164,9 @@ private:
     mutable std::mutex mutex;
     std::array<BusyTime, 2> busyTimes;
     std::array<std::uint64_t, 2> ticksAtReset{};
+    // Made beforehand: the first request of a size lies within a measurement.
     std::array<std::unique_ptr<SizeRecord>, maxSizes> owned;
-    std::array<std::atomic<SizeRecord*>, maxSizes> records{};
+    std::size_t sizesInUse = 0;
     std::vector<QueueCounters> submitQueues;
     std::vector<QueueCounters> completionQueues;
     DetailedStatistics nothing{};
