@@ -18,8 +18,9 @@ DirectoryLock::~DirectoryLock()
 DirectoryLock::Result DirectoryLock::take(const std::string& directory)
 {
     descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    // Without the right to list a directory one may still work in it, and cannot lock it.
     if (descriptor < 0)
-        return Result::failed;
+        return errno == EACCES ? Result::taken : Result::failed;
     if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0)
         return Result::taken;
     return errno == EWOULDBLOCK ? Result::held : Result::taken;

@@ -61,10 +61,12 @@ void handleEndingSignal(int number)
     errno = lastError;
 }
 
+// Only a signal that ends the process is taken over: one that is ignored, or that somebody else
+// handles and survives, must not take the file away from a run that goes on.
 void install(std::size_t index)
 {
     ::sigaction(endingSignals[index], nullptr, &oldActions[index]);
-    isInstalled[index] = oldActions[index].sa_handler != SIG_IGN;
+    isInstalled[index] = oldActions[index].sa_handler == SIG_DFL;
     if (!isInstalled[index])
         return;
     struct sigaction action {};
