@@ -42,10 +42,7 @@ public:
     /// Threads: notifyProgress may come from any thread; it prints only if nobody else does.
     class ProgressMeter {
     public:
-        using Clock = std::uint64_t (*)();  ///< microseconds
-
-        explicit ProgressMeter(Synchronization::Mutex& outputMutex,
-                               Clock microseconds = &Basis::Timer::s_fMicroTimer);
+        explicit ProgressMeter(Synchronization::Mutex& outputMutex);
 
         void start(unsigned long total);
         void notifyProgress(unsigned long done);
@@ -59,7 +56,6 @@ public:
         Synchronization::Mutex& m_output_mutex;
         unsigned long m_total_requests = 0;
         std::uint64_t m_start_time = 0;  // microseconds
-        Clock m_clock;
     };
 
     CFileAccessRequestHandler();

@@ -21,9 +21,8 @@ void writeTime(std::ostream& text, std::uint64_t seconds)
 
 }  // namespace
 
-CFileAccessRequestHandler::ProgressMeter::ProgressMeter(Synchronization::Mutex& outputMutex,
-                                                        Clock microseconds)
-    : m_output_mutex(outputMutex), m_clock(microseconds)
+CFileAccessRequestHandler::ProgressMeter::ProgressMeter(Synchronization::Mutex& outputMutex)
+    : m_output_mutex(outputMutex)
 {
 }
 
@@ -31,7 +30,7 @@ void CFileAccessRequestHandler::ProgressMeter::start(unsigned long total)
 {
     Basis::assertThat(!m_total_requests && !m_start_time, "!m_total_requests && !m_start_time");
     m_total_requests = total;
-    m_start_time = m_clock();
+    m_start_time = Basis::Timer::s_fMicroTimer();
 }
 
 void CFileAccessRequestHandler::ProgressMeter::notifyProgress(unsigned long done)
@@ -39,9 +38,10 @@ void CFileAccessRequestHandler::ProgressMeter::notifyProgress(unsigned long done
     if (!m_total_requests || !m_start_time)
         return;
     const unsigned long step = m_total_requests / 100;
-    Basis::assertThat(step != 0 && done != 0, "progress is shown from one percent on");
+    Basis::assertThat(step != 0, "progress is shown from 100 requests on");
     if (done % step != 0 || !m_output_mutex.tryLock())
         return;
+    Basis::assertThat(done != 0, "progress is shown from one percent on");
     const unsigned long percent = done * 100 / m_total_requests;
     if (percent < 100)
         printStep(done, percent);
@@ -51,7 +51,8 @@ void CFileAccessRequestHandler::ProgressMeter::notifyProgress(unsigned long done
 void CFileAccessRequestHandler::ProgressMeter::printStep(unsigned long done,
                                                          unsigned long percent) const
 {
-    const std::uint64_t elapsed = (m_clock() - m_start_time) / secondMicroseconds;
+    const std::uint64_t elapsed =
+        (Basis::Timer::s_fMicroTimer() - m_start_time) / secondMicroseconds;
     const std::uint64_t left = (m_total_requests - done) * elapsed / done;
     Basis::ostringstream text = Basis::outputStream(fsperfAllocator());
     text << '\r' << std::setw(3) << percent << "% - ";
@@ -72,7 +73,8 @@ void CFileAccessRequestHandler::ProgressMeter::stop()
     if (!m_total_requests || !m_start_time)
         return;
     Basis::assertThat(m_output_mutex.tryLock(), "nobody prints behind the end of a pass");
-    const std::uint64_t elapsed = (m_clock() - m_start_time) / secondMicroseconds;
+    const std::uint64_t elapsed =
+        (Basis::Timer::s_fMicroTimer() - m_start_time) / secondMicroseconds;
     Basis::ostringstream text = Basis::outputStream(fsperfAllocator());
     text << "\r100% - ";
     writeTime(text, elapsed);

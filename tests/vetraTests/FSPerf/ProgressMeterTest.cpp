@@ -16,15 +16,16 @@ using Meter = CFileAccessRequestHandler::ProgressMeter;
 constexpr std::uint64_t second = 1000000;
 
 std::uint64_t manualTime = 0;
-
-std::uint64_t manualClock()
-{
-    return manualTime;
-}
+bool isManual = false;
 
 class Progress : public testing::Test {
 protected:
-    Progress() { manualTime = 7 * second; }
+    Progress()
+    {
+        isManual = true;
+        manualTime = 7 * second;
+    }
+    ~Progress() override { isManual = false; }
     void pass(std::uint64_t microseconds) { manualTime += microseconds; }
     std::string printedAt(unsigned long done)
     {
@@ -32,10 +33,18 @@ protected:
     }
 
     Synchronization::Mutex mutex{"output", 1};
-    Meter meter{mutex, &manualClock};
+    Meter meter{mutex};
 };
 
 }  // namespace
+
+// The linker leads the meter's readings of the clock here, and what is named real to the clock.
+extern "C" std::uint64_t __real__ZN5Basis5Timer13s_fMicroTimerEv();
+extern "C" std::uint64_t __wrap__ZN5Basis5Timer13s_fMicroTimerEv();
+extern "C" std::uint64_t __wrap__ZN5Basis5Timer13s_fMicroTimerEv()
+{
+    return isManual ? manualTime : __real__ZN5Basis5Timer13s_fMicroTimerEv();
+}
 
 TEST_F(Progress, IsSilentBeforeTheStart)
 {
@@ -197,7 +206,7 @@ TEST_F(ProgressDeathTest, TotalsTooSmallForPercentStopTheProgram)
     meter.start(99);
 
     EXPECT_EXIT(meter.notifyProgress(1), testing::KilledBySignal(SIGABRT),
-                testing::HasSubstr("from one percent on"));
+                testing::HasSubstr("from 100 requests on"));
 }
 
 TEST_F(ProgressDeathTest, NothingDoneStopsTheProgram)
