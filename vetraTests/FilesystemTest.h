@@ -66,7 +66,7 @@ protected:
     Basis::Allocator& allocator;
     string testName;
     string testVersion;
-    string usage;
+    string testUsage;
     string defaultTestConfig;
     string testTrigger;
     string testConfig;

@@ -41,7 +41,7 @@ IOTests::IOTests(Basis::Allocator& ownerAllocator, const char* name)
     : allocator(ownerAllocator),
       testName(name, &allocator),
       testVersion(versionText(allocator)),
-      usage(testUsage(), &allocator),
+      testUsage(vetraTests::testUsage(), &allocator),
       defaultTestConfig(R"({"mount" : {")", &allocator),
       testTrigger(&allocator),
       testConfig(&allocator),
@@ -71,7 +71,7 @@ string IOTests::getTestVersion() const
 
 string IOTests::getTestUsage() const
 {
-    return copyOf(usage);
+    return copyOf(testUsage);
 }
 
 string IOTests::getDefaultTestConfig() const

@@ -4,6 +4,7 @@
 #include <iostream>
 #include <string_view>
 
+#include "Diagnose/Shell.h"
 #include "Version/Version.h"
 #include "vetraTests/FSPerf/FSPerf.h"
 
@@ -87,6 +88,9 @@ int runFsperf(int argc, char** argv)
         return measure(argumentString(argc, argv));
     } catch (const std::exception& exception) {
         std::cout << std::flush;
+        // The message of a failed command has no end of its own.
+        if (dynamic_cast<const Diagnose::CommandException*>(&exception))
+            std::cerr << std::endl;
         std::cerr << "fsperf: " << exception.what() << std::endl;
         return exceptionStatus;
     }
