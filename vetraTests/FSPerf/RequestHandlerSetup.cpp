@@ -142,8 +142,8 @@ CFileAccessRequestHandler::CFileAccessRequestHandler()
 {
 }
 
-// The gate is looked at first. Then the members go from the last to the first: the mutex, the memory
-// of the requests, the file and its factory.
+// The gate is looked at first. Then the members go from the last to the first: the mutex, the
+// memory of the requests, the file and its factory.
 CFileAccessRequestHandler::~CFileAccessRequestHandler()
 {
     // A completion thread may still be on its way out of a callback; this waits for it.
