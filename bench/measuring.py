@@ -19,6 +19,9 @@ class Build:
     def __init__(self, directory):
         self.directory = pathlib.Path(directory).resolve()
         self.vetra = self._needed("bin/vetra")
+        self.fsperf = self._needed("bin/fsperf")
+        self.pass_meter = self._needed("bench/libpass_meter.so")
+        self.random_fill = self._needed("bench/RandomFillLoop")
         self.launcher = self._needed("bench/MeasuredRun")
         self.command_loop = self._needed("bench/CommandLoop")
         self.scanner = self.directory / "bin/scanhypervisorCheck"
