@@ -50,7 +50,7 @@ GOOD_COMMANDS = {
 def build_host(directory, files=None, commands=None, scanner=None, machine="x86_64",
                release="3.12.74-60.64.40-default", environment=None):
     """Writes a host directory and returns it. Whatever is not given does not exist."""
-    environment = {"HOST": "hana01"} if environment is None else environment
+    environment = {"HOST": "zirn01"} if environment is None else environment
     described = {"machine": machine, "release": release, "environment": environment}
     (directory / "host.json").write_text(json.dumps(described))
     for path, content in (files or {}).items():

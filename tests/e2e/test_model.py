@@ -8,8 +8,8 @@ import pytest
 from built_host import build_host, good_host
 from model import Model
 
-DUMP = "/usr/kor/K01/SYS/global/zdb/install/hwinfo/bios_hana01.txt"
-DUMP_ENVIRONMENT = {"HOST": "hana01", "KORSYSTEMNAME": "K01"}
+DUMP = "/usr/kor/K01/SYS/global/zdb/install/hwinfo/bios_zirn01.txt"
+DUMP_ENVIRONMENT = {"HOST": "zirn01", "KORSYSTEMNAME": "K01"}
 CPUINFO = "/proc/cpuinfo"
 
 

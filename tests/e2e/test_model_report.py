@@ -18,7 +18,7 @@ def blue(name, reason):
 def test_good_host_report(tmp_path):
     model = Model(good_host(tmp_path))
     assert model.report() == (
-        b"=" * 80 + b"\nEVALUATED SYSTEM SETUP ON hana01:\n" + b"=" * 80 + b"\n"
+        b"=" * 80 + b"\nEVALUATED SYSTEM SETUP ON zirn01:\n" + b"=" * 80 + b"\n"
         + green(b"validateDistribution          ")
         + green(b"validateLinuxKernelVersion    ")
         + green(b"validateClocksource           ")

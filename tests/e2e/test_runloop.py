@@ -141,7 +141,7 @@ def test_a_host_that_fails_is_still_run_ok(host):
     assert b"\nEvalOS run OK.\n" in run.stdout
 
 
-@pytest.mark.parametrize("name, shown", [(None, b""), ("", b""), ("hana 7: \u00e4", None)])
+@pytest.mark.parametrize("name, shown", [(None, b""), ("", b""), ("zirn 7: \u00e4", None)])
 def test_the_title_names_the_host_of_the_environment(host, name, shown):
     host.env(HOST=name)
     title = name.encode() if shown is None else shown
