@@ -2,8 +2,8 @@
 //
 //     RandomFillLoop MIBIBYTES
 //
-// Prints one line of JSON: bytes per second of both, and whether all words were the same. The buffer
-// is touched before, so that no page is counted.
+// Prints one line of JSON: bytes per second of both, and whether all words were the same. Buffers
+// are touched before, so that no page is counted.
 
 #include <chrono>
 #include <cstdint>
