@@ -42,31 +42,26 @@ int CompletionQueue::open(std::uint32_t depth)
 
 std::uint32_t CompletionQueue::takeSlots(std::uint32_t wanted)
 {
-    std::uint32_t known = slotsTaken.load(std::memory_order_relaxed);
+    std::uint32_t known = slotsTaken.value.load(std::memory_order_relaxed);
     for (;;) {
         const std::uint32_t taken = std::min(wanted, slotCount - known);
         if (taken == 0)
             return 0;
-        if (slotsTaken.compare_exchange_weak(known, known + taken, std::memory_order_seq_cst))
+        if (slotsTaken.value.compare_exchange_weak(known, known + taken, std::memory_order_seq_cst))
             return taken;
     }
 }
 
 void CompletionQueue::waitForSlot()
 {
-    if (takeSlots(1) == 1)
-        return;
-    slotWaiters.fetch_add(1, std::memory_order_seq_cst);
     while (takeSlots(1) != 1)
-        slotsTaken.wait(slotCount, std::memory_order_seq_cst);
-    slotWaiters.fetch_sub(1, std::memory_order_seq_cst);
+        slotsTaken.waitWhile(slotCount);
 }
 
 void CompletionQueue::giveSlots(std::uint32_t count)
 {
-    slotsTaken.fetch_sub(count, std::memory_order_seq_cst);
-    if (slotWaiters.load(std::memory_order_seq_cst) != 0)
-        slotsTaken.notify_all();
+    slotsTaken.value.fetch_sub(count, std::memory_order_seq_cst);
+    slotsTaken.wake();
 }
 
 void CompletionQueue::submit(std::span<IOControlBlock*> blocks)
@@ -82,8 +77,8 @@ void CompletionQueue::submit(std::span<IOControlBlock*> blocks)
     for (std::size_t done = 0; done < count;) {
         const int result = ::io_submit(context, static_cast<long>(count - done), list + done);
         if (result > 0) {
-            submitted.fetch_add(static_cast<std::uint32_t>(result) * one);
-            submitted.notify_one();
+            submitted.value.fetch_add(static_cast<std::uint32_t>(result) * one);
+            submitted.wake();
             done += static_cast<std::size_t>(result);
             continue;
         }
@@ -111,7 +106,7 @@ void CompletionQueue::refuse(IOControlBlock& block, int systemError)
 
 std::uint32_t CompletionQueue::inKernel() const
 {
-    const std::uint32_t taken = submitted.load(std::memory_order_seq_cst) & ~closedBit;
+    const std::uint32_t taken = submitted.value.load(std::memory_order_seq_cst) & ~closedBit;
     const std::uint32_t seen = reaped.load(std::memory_order_seq_cst);
     // What was submitted a moment ago may be reaped before it is counted.
     const auto difference = static_cast<std::int32_t>(taken - seen);
@@ -121,11 +116,11 @@ std::uint32_t CompletionQueue::inKernel() const
 bool CompletionQueue::waitForWork()
 {
     for (;;) {
-        const std::uint32_t known = submitted.load(std::memory_order_seq_cst);
+        const std::uint32_t known = submitted.value.load(std::memory_order_seq_cst);
         if ((known & ~closedBit) != reaped.load(std::memory_order_relaxed))
             return true;
         if ((known & closedBit) == 0) {
-            submitted.wait(known, std::memory_order_seq_cst);
+            submitted.waitWhile(known);
             continue;
         }
         if (isIdle())
@@ -137,8 +132,8 @@ bool CompletionQueue::waitForWork()
 
 void CompletionQueue::close()
 {
-    submitted.fetch_or(closedBit, std::memory_order_seq_cst);
-    submitted.notify_one();
+    submitted.value.fetch_or(closedBit, std::memory_order_seq_cst);
+    submitted.wake();
 }
 
 std::size_t CompletionQueue::reap(std::span<io_event> events, std::uint32_t least)

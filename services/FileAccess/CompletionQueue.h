@@ -8,6 +8,7 @@
 
 #include "FileAccess/IOControlBlock.h"
 #include "FileAccess/IOStatistics.h"
+#include "FileAccess/WaitableWord.h"
 
 namespace FileAccess {
 
@@ -34,7 +35,7 @@ public:
     /// Gives slots back; requests that hold them have ended or were not submitted.
     void giveSlots(std::uint32_t count);
     /// True if no slot is taken.
-    bool isIdle() const { return slotsTaken.load(std::memory_order_seq_cst) == 0; }
+    bool isIdle() const { return slotsTaken.value.load(std::memory_order_seq_cst) == 0; }
 
     /// Hands the requests, each of which holds a slot, to the kernel. Those that it refuses are
     /// reported to their callbacks on the calling thread and give their slots back.
@@ -63,10 +64,9 @@ private:
     std::uint32_t slotCount;
     IOStatistics& statistics;
     io_context_t context = nullptr;
-    alignas(cacheLine) std::atomic<std::uint32_t> slotsTaken{0};
-    std::atomic<std::uint32_t> slotWaiters{0};
+    alignas(cacheLine) WaitableWord slotsTaken;
     // Both count requests in steps of `one`, modulo 2^32; the reaping thread sleeps on the first.
-    alignas(cacheLine) std::atomic<std::uint32_t> submitted{0};
+    alignas(cacheLine) WaitableWord submitted;
     alignas(cacheLine) std::atomic<std::uint32_t> reaped{0};
 };
 

@@ -73,16 +73,15 @@ void RequestDispatcher::push(IOControlBlock* block)
 
 void RequestDispatcher::wake(std::size_t submitQueue)
 {
-    submitQueues[submitQueue]->starts.fetch_add(1);
-    submitQueues[submitQueue]->starts.notify_one();
+    submitQueues[submitQueue]->starts.value.fetch_add(1);
+    submitQueues[submitQueue]->starts.wake();
 }
 
 bool RequestDispatcher::waitForStart(std::size_t submitQueue)
 {
-    std::atomic<std::uint32_t>& starts = submitQueues[submitQueue]->starts;
-    while (starts.load() == 0)
-        starts.wait(0);
-    starts.fetch_sub(1);
+    WaitableWord& starts = submitQueues[submitQueue]->starts;
+    starts.waitWhile(0);
+    starts.value.fetch_sub(1);
     return !closed.load();
 }
 

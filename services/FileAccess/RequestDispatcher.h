@@ -9,6 +9,7 @@
 #include "FileAccess/FileIOParameters.h"
 #include "FileAccess/IOStatistics.h"
 #include "FileAccess/RequestQueue.h"
+#include "FileAccess/WaitableWord.h"
 
 namespace FileAccess {
 
@@ -55,7 +56,7 @@ private:
         std::vector<IOControlBlock*> staged;  // taken, and held back for company
         std::size_t stagedAtLastLook = 0;
         std::atomic<bool> backlog{false};
-        alignas(cacheLine) std::atomic<std::uint32_t> starts{0};
+        alignas(cacheLine) WaitableWord starts;
 
         // For the one who holds the mutex.
         bool isEmpty() const { return staged.empty() && incoming.isEmpty(); }
