@@ -190,6 +190,17 @@ def test_a_directory_that_is_gone_fails_the_next_creation(place):
     assert is_empty(place)
 
 
+def test_a_file_that_somebody_removes_is_said_at_the_end(place):
+    with started("fsperf", "-t", "initial_write", "-b", "4K", "-f", "64M", "-s", "4K", "-c",
+                 "-o", "json", place) as run:
+        until_written(run, place)
+        with held(run):
+            (place / DATA_FILE).unlink()
+        status, errors = finish(run)
+    line = f"{place}/{DATA_FILE} was removed by somebody else while it was measured\n"
+    assert (status, errors) == (0, line.encode())
+
+
 # Transfers that fail.
 
 @pytest.mark.parametrize("measured", ["latency", "throughput"])

@@ -355,11 +355,15 @@ void CFileAccessRequestHandler::cleanup(const CCmdOptions& options)
     if (options.m_cleanup) {
         if (talkative)
             std::cout << " close..." << std::flush;
+        const bool wasOpen = m_file != nullptr;
         m_file.reset();
         if (talkative)
             std::cout << " remove..." << std::flush;
         if (m_file_factory->fileExists(dataFileName))
             m_file_factory->removeFile(dataFileName);
+        else if (wasOpen)
+            std::cerr << dataFilePath(m_file_factory->getRoot())
+                      << " was removed by somebody else while it was measured" << std::endl;
         m_file_factory->removeAtEnd(dataFileName, false);
     }
     if (talkative)
