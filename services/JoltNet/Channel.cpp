@@ -1,0 +1,189 @@
+#include "JoltNet/Channel.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "JoltNet/NetException.h"
+
+namespace JoltNet {
+
+namespace {
+
+// Blocking calls return so often and look at their deadline: one system call for what arrives in
+// time, where waiting and reading would be two.
+constexpr timeval patience{0, 250'000};
+
+constexpr std::chrono::seconds leastTransferTime{10};
+constexpr std::uint64_t leastBytesPerSecond = 1'000'000;
+
+// What is still to be sent behind the first bytes of the parts.
+std::span<iovec> withoutFirst(std::span<iovec> parts, std::size_t bytes)
+{
+    while (!parts.empty() && bytes >= parts.front().iov_len) {
+        bytes -= parts.front().iov_len;
+        parts = parts.subspan(1);
+    }
+    if (!parts.empty()) {
+        parts.front().iov_base = static_cast<char*>(parts.front().iov_base) + bytes;
+        parts.front().iov_len -= bytes;
+    }
+    return parts;
+}
+
+bool mayPass(int systemError)
+{
+    return systemError == EINTR || systemError == EAGAIN || systemError == EWOULDBLOCK;
+}
+
+}  // namespace
+
+Deadline transferDeadline(std::uint64_t bytes)
+{
+    const std::chrono::seconds atLeastRate(bytes / leastBytesPerSecond);
+    return Clock::now() + std::max(leastTransferTime, atLeastRate);
+}
+
+Channel::Channel(int connectedSocket, std::string_view hostName, unsigned short portNumber)
+    : descriptor(connectedSocket),
+      peerHost(hostName),
+      peerPort(portNumber),
+      peerText(peerName(hostName, portNumber)),
+      buffer(new std::byte[channelBufferSize])
+{
+    const int on = 1;
+    ::setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    ::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    ::setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+}
+
+Channel::~Channel()
+{
+    ::close(descriptor);
+}
+
+void Channel::timeOut(Deadline deadline, const char* operation) const
+{
+    if (Clock::now() >= deadline)
+        throwSystemError(ETIMEDOUT, operation, peerText);
+}
+
+void Channel::send(std::span<iovec> parts, bool isMoreComing, Deadline deadline)
+{
+    const int flags = MSG_NOSIGNAL | (isMoreComing ? MSG_MORE : 0);
+    for (parts = withoutFirst(parts, 0); !parts.empty();) {
+        msghdr message{};
+        message.msg_iov = parts.data();
+        message.msg_iovlen = parts.size();
+        const ssize_t sent = ::sendmsg(descriptor, &message, flags);
+        if (sent >= 0) {
+            parts = withoutFirst(parts, static_cast<std::size_t>(sent));
+            continue;
+        }
+        if (!mayPass(errno))
+            throwSystemError(errno, "send to", peerText);
+        timeOut(deadline, "send to");
+    }
+}
+
+bool Channel::waitForFirstByte()
+{
+    while (buffered() == 0) {
+        const ssize_t received = ::recv(descriptor, buffer.get(), channelBufferSize, 0);
+        if (received > 0) {
+            begin = 0;
+            end = static_cast<std::size_t>(received);
+        } else if (received == 0 || !mayPass(errno)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::size_t Channel::receiveSome(std::span<std::byte> place, Deadline deadline)
+{
+    for (;;) {
+        const ssize_t received = ::recv(descriptor, place.data(), place.size(), 0);
+        if (received > 0)
+            return static_cast<std::size_t>(received);
+        if (received == 0)
+            throwSystemError(ECONNRESET, "connection ended by", peerText);
+        if (!mayPass(errno))
+            throwSystemError(errno, "receive from", peerText);
+        timeOut(deadline, "receive from");
+    }
+}
+
+void Channel::fill(std::size_t most, Deadline deadline)
+{
+    begin = 0;
+    end = 0;
+    end = receiveSome(std::span(buffer.get(), std::min(most, channelBufferSize)), deadline);
+}
+
+void Channel::receive(std::span<std::byte> place, std::size_t ahead, Deadline deadline)
+{
+    while (!place.empty()) {
+        timeOut(deadline, "receive from");
+        if (buffered() == 0)
+            fill(place.size() + ahead, deadline);
+        const std::size_t count = std::min(place.size(), buffered());
+        std::memcpy(place.data(), &buffer[begin], count);
+        begin += count;
+        place = place.subspan(count);
+    }
+}
+
+void Channel::receive(Basis::string& text, std::uint64_t length, Deadline deadline)
+{
+    constexpr std::uint64_t piece = std::uint64_t{1} << 20;
+    while (length != 0) {
+        const auto count = static_cast<std::size_t>(std::min(length, piece));
+        const std::size_t place = text.size();
+        text.resize(place + count);
+        std::span<std::byte> rest = std::as_writable_bytes(std::span(&text[place], count));
+        const std::size_t ahead = std::min(count, buffered());
+        std::memcpy(rest.data(), &buffer[begin], ahead);
+        begin += ahead;
+        for (rest = rest.subspan(ahead); !rest.empty();) {
+            timeOut(deadline, "receive from");
+            rest = rest.subspan(receiveSome(rest, deadline));
+        }
+        length -= count;
+    }
+}
+
+void Channel::consume(std::uint64_t length, std::span<char> firstBytes, Deadline deadline)
+{
+    while (length != 0) {
+        timeOut(deadline, "receive from");
+        if (buffered() == 0)
+            fill(channelBufferSize, deadline);
+        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(length, buffered()));
+        const std::size_t kept = std::min(count, firstBytes.size());
+        if (kept != 0)
+            std::memcpy(firstBytes.data(), &buffer[begin], kept);
+        firstBytes = firstBytes.subspan(kept);
+        begin += count;
+        length -= count;
+    }
+}
+
+bool Channel::isQuiet() const
+{
+    char byte = 0;
+    return buffered() == 0 && ::recv(descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
+           (errno == EAGAIN || errno == EWOULDBLOCK);
+}
+
+void Channel::shutDown()
+{
+    ::shutdown(descriptor, SHUT_RDWR);
+}
+
+}  // namespace JoltNet

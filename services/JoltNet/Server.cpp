@@ -1,0 +1,293 @@
+#include "JoltNet/Server.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include "JoltNet/NetException.h"
+#include "JoltNet/NetTrace.h"
+
+namespace JoltNet {
+
+namespace {
+
+constexpr int backlog = 128;
+constexpr std::size_t keptBytes = 64;
+
+// Without descriptors or memory a waiting peer stays readable; accepting it is tried again then.
+constexpr int pauseMilliseconds = 50;
+
+// How long requests under way may go on once the server is to end.
+constexpr std::chrono::seconds endingTime{10};
+
+std::int64_t now()
+{
+    return Clock::now().time_since_epoch().count();
+}
+
+}  // namespace
+
+struct Server::Connection {
+    explicit Connection(int socket, std::string_view host, unsigned short port)
+        : channel(socket, host, port)
+    {
+    }
+    Channel channel;
+    std::thread thread;
+    bool hasSpoken = false;  // under the server's mutex, as are the others
+    bool isInRequest = false;
+    bool hasEnded = false;
+};
+
+Server::Server(std::string_view address, unsigned short port)
+{
+    const std::string text(address);
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    place.sin_port = htons(port);
+    if (::inet_pton(AF_INET, text.c_str(), &place.sin_addr) != 1)
+        throwSystemError(EINVAL, "listen on", peerName(address, port));
+    const auto refuse = [&] {
+        const int reason = errno;
+        if (listener >= 0)
+            ::close(listener);
+        if (wakeup >= 0)
+            ::close(wakeup);
+        throwSystemError(reason, "listen on", peerName(address, port));
+    };
+    wakeup = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (wakeup < 0 || listener < 0)
+        refuse();
+    const int on = 1;
+    ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    socklen_t size = sizeof place;
+    auto* const generic = reinterpret_cast<sockaddr*>(&place);
+    if (::bind(listener, generic, sizeof place) != 0 || ::listen(listener, backlog) != 0 ||
+        ::getsockname(listener, generic, &size) != 0)
+        refuse();
+    ownPort = ntohs(place.sin_port);
+}
+
+Server::~Server()
+{
+    stop();
+    endAll();
+    ::close(wakeup);
+}
+
+void Server::onRequest(const std::string& name, Handler handler)
+{
+    handlers[name] = std::move(handler);
+}
+
+void Server::stop() noexcept
+{
+    const std::uint64_t one = 1;
+    isStopping = true;
+    [[maybe_unused]] const ssize_t written = ::write(wakeup, &one, sizeof one);
+}
+
+void Server::run(std::chrono::seconds idleTime)
+{
+    lastRequest = now();
+    while (!isStopping && waitForPeer(idleTime)) {
+        joinEnded();
+        if (!isStopping)
+            acceptPeer();
+    }
+    isStopping = true;
+    endAll();
+}
+
+// False when nothing has been asked for too long.
+bool Server::waitForPeer(std::chrono::seconds idleTime)
+{
+    for (;;) {
+        const Clock::duration silent(now() - lastRequest);
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(idleTime - silent);
+        if (left.count() <= 0 && underWay == 0)
+            return false;
+        pollfd waits[] = {{listener, POLLIN, 0}, {wakeup, POLLIN, 0}};
+        // Ended connections are joined now and then, also if nobody comes.
+        const int patience = static_cast<int>(std::clamp<std::int64_t>(left.count(), 1, 1000));
+        const int ready = ::poll(waits, std::size(waits), patience);
+        if (ready > 0 || isStopping)
+            return true;
+        joinEnded();
+    }
+}
+
+void Server::acceptPeer()
+{
+    sockaddr_in peer{};
+    socklen_t size = sizeof peer;
+    const int socket = ::accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC);
+    if (socket < 0) {
+        if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS)
+            ::poll(nullptr, 0, pauseMilliseconds);
+        return;
+    }
+    char host[INET_ADDRSTRLEN] = "";
+    ::inet_ntop(AF_INET, &peer.sin_addr, host, sizeof host);
+    if (!makeRoom()) {
+        trace(Diagnose::TraceLevel::Warning, "too many connections; refused one of ", host);
+        ::close(socket);
+        return;
+    }
+    auto connection = std::make_unique<Connection>(socket, host, ntohs(peer.sin_port));
+    Connection& added = *connection;
+    const std::scoped_lock lock(mutex);
+    connections.push_back(std::move(connection));
+    try {
+        added.thread = std::thread([this, &added] { serve(added); });
+    } catch (const std::system_error&) {
+        connections.pop_back();
+    }
+}
+
+// Those that have never sent a byte lock nobody out.
+bool Server::makeRoom()
+{
+    {
+        const std::scoped_lock lock(mutex);
+        if (connections.size() < maxConnections)
+            return true;
+        const auto silent =
+            std::find_if(connections.begin(), connections.end(),
+                         [](const auto& one) { return !one->hasSpoken && !one->hasEnded; });
+        if (silent == connections.end())
+            return false;
+        (*silent)->channel.shutDown();
+        (*silent)->hasSpoken = true;  // not chosen again
+    }
+    return true;
+}
+
+void Server::serve(Connection& connection)
+{
+    try {
+        while (serveRequest(connection))
+            continue;
+    } catch (const std::exception& exception) {
+        trace(Diagnose::TraceLevel::Warning, "connection dropped: ", exception.what());
+    }
+    // The peer is to notice now, not when the thread is joined.
+    connection.channel.shutDown();
+    const std::scoped_lock lock(mutex);
+    if (connection.isInRequest)
+        --underWay;
+    connection.isInRequest = false;
+    connection.hasEnded = true;
+}
+
+bool Server::serveRequest(Connection& connection)
+{
+    if (!connection.channel.waitForFirstByte())
+        return false;
+    {
+        const std::scoped_lock lock(mutex);
+        if (isStopping)
+            return false;
+        connection.hasSpoken = true;
+        connection.isInRequest = true;
+        ++underWay;
+    }
+    Request request(connection.channel);
+    request.readHeader(&connection.channel, true);
+    std::uint64_t received = 0;
+    const Answer answer = handle(request, received);
+    if (answer.isLast)
+        closeListener();
+    if (answer.isAccepted)
+        request.confirm(received, answer.length);
+    lastRequest = now();
+    {
+        const std::scoped_lock lock(mutex);
+        connection.isInRequest = false;
+        --underWay;
+    }
+    if (answer.isLast)
+        stop();
+    return answer.isAccepted && !answer.isLast;
+}
+
+Answer Server::handle(Request& request, std::uint64_t& received)
+{
+    const auto handler = handlers.find(request.name());
+    if (handler == handlers.end())
+        throwProtocolError(std::string("nobody answers ").append(request.name()).append(" of"),
+                           request.channel()->peer());
+    std::array<char, keptBytes> kept{};
+    std::size_t keptSize = 0;
+    std::uint32_t strings = 0;
+    std::optional<std::uint64_t> length;
+    do {
+        length = request.reader().takeString(strings == 0 ? std::span(kept) : std::span<char>());
+        if (!length)
+            break;
+        if (strings++ == 0)
+            keptSize = static_cast<std::size_t>(std::min<std::uint64_t>(*length, kept.size()));
+        received += *length;
+        if (received > maxStringLength || strings > maxStrings)
+            throwProtocolError("a request without an end from", request.channel()->peer());
+    } while (length);
+    return handler->second({received, std::string_view(kept.data(), keptSize)});
+}
+
+// Before the last answer goes out: whoever has it may start the next server on this port.
+void Server::closeListener()
+{
+    const std::scoped_lock lock(mutex);
+    if (listener >= 0)
+        ::shutdown(listener, SHUT_RDWR);
+}
+
+void Server::joinEnded()
+{
+    Connections ended;
+    {
+        const std::scoped_lock lock(mutex);
+        for (auto one = connections.begin(); one != connections.end();) {
+            const auto following = std::next(one);
+            if ((*one)->hasEnded)
+                ended.splice(ended.end(), connections, one);
+            one = following;
+        }
+    }
+    for (const auto& one : ended)
+        one->thread.join();
+}
+
+// Silent connections end at once, those in a request when it is answered or its time is over.
+void Server::endAll()
+{
+    if (listener >= 0) {
+        ::close(listener);
+        listener = -1;
+    }
+    const Deadline deadline = Clock::now() + endingTime;
+    for (;;) {
+        {
+            const std::scoped_lock lock(mutex);
+            for (const auto& one : connections) {
+                if (!one->isInRequest || Clock::now() >= deadline)
+                    one->channel.shutDown();
+            }
+            if (connections.empty())
+                return;
+        }
+        joinEnded();
+        ::poll(nullptr, 0, 1);
+    }
+}
+
+}  // namespace JoltNet
