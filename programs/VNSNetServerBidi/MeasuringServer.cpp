@@ -1,0 +1,82 @@
+#include "programs/VNSNetServerBidi/MeasuringServer.h"
+
+#include <cerrno>
+#include <charconv>
+
+#include "JoltNet/NetException.h"
+
+namespace NetServer {
+
+namespace {
+
+using JoltNet::Answer;
+using JoltNet::Received;
+
+Answer confirm(const Received&)
+{
+    return {};
+}
+
+Answer sendBackAsMuch(const Received& received)
+{
+    return {.length = received.bytes};
+}
+
+// The size is plain decimal text.
+Answer sendWhatIsNamed(const Received& received)
+{
+    const std::string_view text = received.firstBytes;
+    std::uint64_t length = 0;
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, length);
+    const bool isNumber = result.ec == std::errc() && result.ptr == end;
+    if (!isNumber || received.bytes != text.size() || length > JoltNet::maxStringLength)
+        return {.isAccepted = false};
+    return {.length = length};
+}
+
+}  // namespace
+
+std::unique_ptr<JoltNet::Server> MeasuringServer::listen(const ServerOptions& options)
+{
+    try {
+        return std::make_unique<JoltNet::Server>(options.bindAddress,
+                                                 options.port.value_or(assumedPort));
+    } catch (const JoltNet::NetException& exception) {
+        if (options.port || exception.systemError() != EADDRINUSE)
+            throw;
+    }
+    return std::make_unique<JoltNet::Server>(options.bindAddress, 0);
+}
+
+MeasuringServer::MeasuringServer(const ServerOptions& options)
+    : server(listen(options)), idleTimeout(options.idleTimeout)
+{
+    server->onRequest("MeasureVNS", &confirm);
+    server->onRequest("CheckVNS", &confirm);
+    server->onRequest("PrologueVNS", &confirm);
+    server->onRequest("BidiVNS", &sendBackAsMuch);
+    server->onRequest("DualVNS", &sendWhatIsNamed);
+    server->onRequest("StopVNS", [this](const Received&) { return removeUser(); });
+}
+
+std::optional<unsigned short> MeasuringServer::addUser()
+{
+    const std::scoped_lock lock(mutex);
+    if (users == 0)
+        return std::nullopt;
+    ++users;
+    return port();
+}
+
+Answer MeasuringServer::removeUser()
+{
+    const std::scoped_lock lock(mutex);
+    if (users != 0)
+        --users;
+    if (users == 0 && lastUserAction)
+        lastUserAction();
+    return {.isLast = users == 0};
+}
+
+}  // namespace NetServer

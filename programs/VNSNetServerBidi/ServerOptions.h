@@ -1,0 +1,27 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+namespace NetServer {
+
+/// What the command line asks for.
+struct ServerOptions {
+    enum class Action { serve, help, version };
+
+    Action action = Action::serve;
+    bool isForeground = false;
+    /// Nothing: the tool's own port if it is free, else one of the system. 0: one of the system.
+    std::optional<unsigned short> port;
+    std::string bindAddress = "0.0.0.0";
+    std::chrono::seconds idleTimeout{15 * 60};
+};
+
+/// Reads the command line. Nothing, and one line in `complaint`, for one that is refused.
+std::optional<ServerOptions> readOptions(int argc, const char* const* argv, std::string& complaint);
+
+/// The text for --help.
+extern const char* const helpText;
+
+}  // namespace NetServer

@@ -1,0 +1,183 @@
+#include "programs/VNSNetServerBidi/ServerProcess.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <iostream>
+
+#include "JoltNet/NetException.h"
+#include "Version/Version.h"
+#include "programs/VNSNetServerBidi/MeasuringServer.h"
+#include "programs/VNSNetServerBidi/UserRegistry.h"
+
+namespace NetServer {
+
+namespace {
+
+constexpr int cannotServe = 1;
+constexpr int badArguments = 64;
+
+// A server that ends keeps its name in the registry until its process has gone.
+constexpr std::chrono::seconds turnTime{15};
+constexpr int pauseMilliseconds = 20;
+
+std::atomic<MeasuringServer*> runningServer{nullptr};
+
+void endServer(int)
+{
+    if (MeasuringServer* const server = runningServer.load())
+        server->stop();
+}
+
+void setSignals()
+{
+    struct sigaction action {};
+    action.sa_handler = &endServer;
+    ::sigaction(SIGTERM, &action, nullptr);
+    ::sigaction(SIGINT, &action, nullptr);
+    action.sa_handler = SIG_IGN;
+    ::sigaction(SIGPIPE, &action, nullptr);
+    ::sigaction(SIGHUP, &action, nullptr);
+}
+
+void say(const std::string& line)
+{
+    std::cout << line << std::endl;
+}
+
+// Whoever started this reads until all have closed their end.
+void closeStandardStreams()
+{
+    const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (int stream = 0; stream <= 2 && nothing >= 0; ++stream)
+        ::dup2(nothing, stream);
+    if (nothing > 2)
+        ::close(nothing);
+}
+
+bool joinRunning(const ServerOptions& options)
+{
+    // Who asks for a port of their own gets a server of their own.
+    if (options.port)
+        return false;
+    const std::optional<unsigned short> port = UserRegistry::joinRunning();
+    if (port)
+        say("VNSNetServerBidi: one more user of the server that listens on port " +
+            std::to_string(*port));
+    return port.has_value();
+}
+
+void serve(MeasuringServer& server, bool isForeground, int report)
+{
+    say("VNSNetServerBidi: listening on port " + std::to_string(server.port()));
+    if (!isForeground) {
+        [[maybe_unused]] const ssize_t written = ::write(report, "", 1);
+        ::close(report);
+        closeStandardStreams();
+    }
+    server.run();
+}
+
+// Joins the server that runs, or becomes the one that runs. Between the two may lie the moment in
+// which the other one ends.
+void joinOrServe(const ServerOptions& options, int report)
+{
+    const auto deadline = std::chrono::steady_clock::now() + turnTime;
+    while (!joinRunning(options)) {
+        // The name is taken before the port: of two that start at once, one joins the other.
+        UserRegistry registry([]() -> std::optional<unsigned short> {
+            MeasuringServer* const running = runningServer.load();
+            return running ? running->addUser() : std::nullopt;
+        });
+        const bool isLate = std::chrono::steady_clock::now() >= deadline;
+        if (!registry.isOpen() && !options.port && !isLate) {
+            ::poll(nullptr, 0, pauseMilliseconds);
+            continue;
+        }
+        MeasuringServer server(options);
+        server.onLastUser([&registry] { registry.close(); });
+        runningServer = &server;
+        serve(server, options.isForeground, report);
+        // Nobody joins any more, and no signal finds it.
+        runningServer = nullptr;
+        registry.closeAndWait();
+        return;
+    }
+}
+
+int serveAndTell(const ServerOptions& options, int report)
+{
+    setSignals();
+    try {
+        joinOrServe(options, report);
+    } catch (const std::exception& exception) {
+        std::cerr << "VNSNetServerBidi: " << exception.what() << std::endl;
+        return cannotServe;
+    }
+    return 0;
+}
+
+// The child's own status, if it has ended before it could serve.
+int statusOfChild(pid_t child, int report)
+{
+    char byte = 0;
+    ssize_t received = 0;
+    do {
+        received = ::read(report, &byte, 1);
+    } while (received < 0 && errno == EINTR);
+    int status = 0;
+    if (received == 1)
+        return 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR)
+        continue;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : cannotServe;
+}
+
+// The parent ends when the child listens.
+int serveInBackground(const ServerOptions& options)
+{
+    int report[2];
+    const pid_t child = ::pipe2(report, O_CLOEXEC) == 0 ? ::fork() : -1;
+    if (child < 0) {
+        std::cerr << "VNSNetServerBidi: cannot go to the background" << std::endl;
+        return cannotServe;
+    }
+    if (child != 0) {
+        ::close(report[1]);
+        return statusOfChild(child, report[0]);
+    }
+    ::close(report[0]);
+    ::setsid();
+    [[maybe_unused]] const int changed = ::chdir("/");
+    return serveAndTell(options, report[1]);
+}
+
+}  // namespace
+
+int runServerProcess(int argc, const char* const* argv)
+{
+    std::string complaint;
+    const std::optional<ServerOptions> options = readOptions(argc, argv, complaint);
+    if (!options) {
+        std::cerr << "VNSNetServerBidi: " << complaint << std::endl;
+        return badArguments;
+    }
+    if (options->action == ServerOptions::Action::help) {
+        std::cout << helpText << std::flush;
+        return 0;
+    }
+    if (options->action == ServerOptions::Action::version) {
+        std::cout << "VNSNetServerBidi-" << zdbver_version() << " (" << zdbver_compiledate() << ")"
+                  << std::endl;
+        return 0;
+    }
+    return options->isForeground ? serveAndTell(*options, -1) : serveInBackground(*options);
+}
+
+}  // namespace NetServer
