@@ -3,6 +3,7 @@
 #include <iostream>
 #include <string_view>
 
+#include "impl/network/NetworkTest.h"
 #include "vetraTests/FilesystemTest.h"
 #include "vetraTests/LandscapeTest.h"
 
@@ -27,6 +28,7 @@ constexpr Registration registrations[] = {
     {"BackupIO", &make<vetraTests::BackupIO>},
     {"MixedStressIO", &make<vetraTests::MixedStressIO>},
     {"EvalOS", &make<vetraTests::EvalOS>},
+    {"NetworkTest", &make<vetraTests::NetworkTest>},
 };
 
 }  // namespace

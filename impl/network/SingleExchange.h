@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdlib>
+#include <iostream>
+
+#include "Basis/Containers.h"
+#include "Basis/PerformanceCounter.h"
+#include "JoltNet/Configuration.h"
+#include "impl/network/Receiver.h"
+
+namespace vetraTests {
+
+/// Has the header of a request written, or read if it comes in.
+template <class Request>
+void settleHeader(Request& request)
+{
+    if (request.isHeaderDone())
+        return;
+    if (!request.isIncoming()) {
+        request.writeHeader();
+        return;
+    }
+    while (!request.readHeader(request.channel(), true))
+        continue;
+}
+
+/// One timed exchange: sends `payload` under a name, waits until the peer has it, and with
+/// `readBack` until one string has come back, which is no longer than what was sent.
+///
+/// Connecting lies before the clock, closing behind it. `receiver`, which may be null, fetches its
+/// bytes meanwhile. With `checkResponse` one more string is read, which must be `sendSize` as a
+/// decimal number. Returns microseconds, or -1 if that is another number. Throws
+/// JoltNet::NetException.
+template <class Request>
+long doSingleTestWithString(unsigned long sendSize, const string* payload,
+                            const string& requestName, const string& host, unsigned short port,
+                            bool checkResponse, bool readBack, Receiver* receiver)
+{
+    const bool isSecure = JoltNet::Configuration::isSecure();
+    Request request(requestName.c_str(), host.c_str(), port, static_cast<char>(isSecure));
+
+    const long begin = _pcounter(1);
+    if (receiver)
+        receiver->start();
+    settleHeader(request);
+    request.writer().transferString(*payload);
+    auto& reader = request.in();
+    if (receiver)
+        receiver->join();
+    if (readBack) {
+        settleHeader(request);
+        string reply(payload->get_allocator());
+        reader.transferString(reply, payload->size());
+    }
+    const long duration = _pdiff_muesec(1, begin, _pcounter(1));
+    if (!checkResponse)
+        return duration;
+
+    string response(payload->get_allocator());
+    reader.transferString(response);
+    const unsigned long receivedSize = std::strtoul(response.c_str(), nullptr, 10);
+    if (receivedSize == sendSize)
+        return duration;
+    std::cout << "Received wrong response: SendSize = " << sendSize
+              << " ReceiveSize = " << receivedSize << std::endl;
+    return -1;
+}
+
+}  // namespace vetraTests
