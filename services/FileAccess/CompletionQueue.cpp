@@ -80,6 +80,7 @@ void CompletionQueue::submit(std::span<IOControlBlock*> blocks)
             submitted.value.fetch_add(static_cast<std::uint32_t>(result) * one);
             submitted.wake();
             done += static_cast<std::size_t>(result);
+            attempts = 0;
             continue;
         }
         const bool mayPass = result == -EAGAIN || result == -EINTR || result == 0;

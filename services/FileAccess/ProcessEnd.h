@@ -6,7 +6,8 @@ namespace FileAccess {
 
 /// Files that must not outlive the process. While any user lives, SIGHUP, SIGINT, SIGQUIT, SIGTERM,
 /// SIGPIPE and SIGXFSZ delete them and then take the effect that they had before, and so does the
-/// way of a crash. A signal that is ignored stays ignored. Threads: any.
+/// way of a crash. A signal that is ignored, or that somebody else handles, stays theirs.
+/// Threads: any.
 class ProcessEnd {
 public:
     /// Begins and ends the guarding; they nest.

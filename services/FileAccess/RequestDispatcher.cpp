@@ -187,10 +187,14 @@ std::uint32_t RequestDispatcher::takeBatch(SubmitQueue& source, CompletionQueue&
 // is a tenth of the throughput of small requests where a device ends many of them at once.
 std::uint32_t RequestDispatcher::nextStep(const CompletionQueue& kernelQueue) const
 {
+    const std::uint32_t least = parameters.minSubmitBatchSize;
     const std::uint32_t inKernel = kernelQueue.inKernel();
-    if (inKernel == 0)
-        return std::max(1U, parameters.minSubmitBatchSize / firstStepDivisor);
-    return std::clamp(inKernel, parameters.minSubmitBatchSize, parameters.maxSubmitBatchSize);
+    if (inKernel != 0)
+        return std::clamp(inKernel, least, parameters.maxSubmitBatchSize);
+    // Behind a small first step there must be room for a batch.
+    const std::uint32_t first = std::max(1U, least / firstStepDivisor);
+    const bool isRoomBehind = first + least <= parameters.maxParallelIoRequests;
+    return isRoomBehind ? first : parameters.maxSubmitBatchSize;
 }
 
 std::uint32_t RequestDispatcher::stage(SubmitQueue& source, std::uint32_t wanted)

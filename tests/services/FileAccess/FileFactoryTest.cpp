@@ -9,10 +9,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/services/FileAccess/LayerSupport.h"
@@ -351,6 +353,38 @@ TEST_F(FileFactory, SaysHowMuchIsMissingForAFileThatDoesNotFit)
                 testing::MatchesRegex("vetra: " + directory.path() +
                                       "/datavol.dat needs 1152921504606846976 bytes, but only "
                                       "[0-9]+ are free\n"));
+}
+
+// A callback that is slow to return.
+class SlowCallback : public fileLayerTests::Completions {
+public:
+    void dataRead(const Status& finished) override
+    {
+        Completions::dataRead(finished);
+        for (int i = 0; i < 100; ++i)
+            std::this_thread::yield();
+        isOver = true;
+    }
+
+    std::atomic<bool> isOver{false};
+};
+
+TEST_F(FileFactory, GivesItsStatisticsOnlyOutsideOfCallbacks)
+{
+    Layer layer(directory.path());
+    layer.fillPages(1);
+    SlowCallback callback;
+
+    for (int round = 0; round < 50; ++round) {
+        callback.isOver = false;
+        callback.expect(1);
+        layer.file->readAsync(0, layer.pageAt(0), page, 0, callback, layer.blocks[0], nullptr);
+        callback.wait();
+
+        layer.factory->getStatistics();
+
+        ASSERT_TRUE(callback.isOver);
+    }
 }
 
 TEST_F(FileFactory, ReportsItsParametersByItsStatistics)

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "Synchronization/Barrier.h"
 #include "tests/services/FileAccess/LayerSupport.h"
 
 namespace {
@@ -210,6 +212,68 @@ TEST(RequestDispatcherOnDisk, BringsEachRequestToItsEnd)
     for (int round = 0; round < rounds && !testing::Test::HasFatalFailure(); ++round) {
         for (const std::size_t count : {1U, 17U, 64U, 400U})
             flow.run({count, std::min<std::size_t>(count, 3), round % 2 == 1, round % 2 == 1});
+    }
+}
+
+// Issues the next request of its block as soon as the last one has ended.
+class Chain : public FileAccess::FileCallback {
+public:
+    Chain(Layer& tested, std::size_t requests)
+        : layer(tested), left(static_cast<std::ptrdiff_t>(requests))
+    {
+    }
+
+    /// So many chains, each on its own block.
+    void run(std::size_t chains)
+    {
+        running = chains;
+        for (std::size_t i = 0; i < chains; ++i)
+            issue(i);
+        gate.wait();
+    }
+    std::size_t ended() const { return endedCount; }
+
+    void dataRead(const Status& status) override
+    {
+        ++endedCount;
+        if (left.fetch_sub(1) > 0)
+            issue(reinterpret_cast<std::uintptr_t>(status.context));
+        else if (--running == 0)
+            gate.signal();
+    }
+    void dataWritten(const Status&) override {}
+    void transferError(const Status&, const std::exception& error) override
+    {
+        ADD_FAILURE() << error.what();
+    }
+
+private:
+    void issue(std::size_t number)
+    {
+        layer.file->readAsync(number * page, layer.pageAt(number), page, 0, *this,
+                              layer.blocks[number], reinterpret_cast<void*>(number));
+    }
+
+    Layer& layer;
+    std::atomic<std::ptrdiff_t> left;
+    std::atomic<std::size_t> running{0};
+    std::atomic<std::size_t> endedCount{0};
+    Synchronization::Barrier gate;
+};
+
+TEST(RequestDispatcherInCallbacks, TakesTheRequestsThatCallbacksIssue)
+{
+    constexpr std::size_t requests = 2000;
+    for (const std::size_t chains : {1U, 2U, 16U, 64U}) {
+        const TemporaryDirectory directory(memoryBase());
+        Layer layer(directory.path(), {{"num_submit_queues", "2"}, {"num_completion_queues", "2"}},
+                    mostRequests);
+        layer.fillPages(filePages);
+        Chain chain(layer, requests);
+
+        chain.run(chains);
+
+        EXPECT_EQ(chain.ended(), requests + chains);
     }
 }
 
