@@ -19,7 +19,7 @@ constexpr auto pauseBetweenAttempts = std::chrono::milliseconds(10);
 
 // A reap for several events comes back after this time with those that there are, so that slow
 // requests do not hold back what is known of fast ones.
-constexpr long reapNanoseconds = 50'000'000;
+constexpr long reapNanoseconds = 250'000'000;
 
 }  // namespace
 
