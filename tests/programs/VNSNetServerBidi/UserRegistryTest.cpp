@@ -1,0 +1,186 @@
+#include "programs/VNSNetServerBidi/UserRegistry.h"
+
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "tests/programs/VNSNetServerBidi/OwnNetwork.h"
+
+namespace {
+
+using NetServer::UserRegistry;
+using Port = std::optional<unsigned short>;
+
+constexpr uid_t anotherUser = 65534;
+
+class UserRegistryTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!netTests::hasOwnNetwork())
+            GTEST_SKIP() << "no network of its own";
+    }
+
+    UserRegistry::OnJoin answering(Port port)
+    {
+        return [this, port] {
+            ++joined;
+            return port;
+        };
+    }
+
+    std::atomic<int> joined{0};
+};
+
+// The name under which servers of this user find each other.
+socklen_t ownName(sockaddr_un& address)
+{
+    const std::string name = "vetra-network-server-" + std::to_string(::geteuid());
+    address = {};
+    address.sun_family = AF_UNIX;
+    std::memcpy(&address.sun_path[1], name.data(), name.size());
+    return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+}
+
+TEST_F(UserRegistryTest, FindsNoServerIfThereIsNone)
+{
+    EXPECT_EQ(UserRegistry::joinRunning(), std::nullopt);
+}
+
+TEST_F(UserRegistryTest, GivesThePortToEachWhoJoins)
+{
+    const UserRegistry registry(answering(4464));
+    EXPECT_TRUE(registry.isOpen());
+    EXPECT_EQ(joined, 0);
+
+    EXPECT_EQ(UserRegistry::joinRunning(), 4464);
+    EXPECT_EQ(UserRegistry::joinRunning(), 4464);
+    EXPECT_EQ(joined, 2);
+}
+
+TEST_F(UserRegistryTest, LetsNobodyJoinAServerThatIsAboutToEnd)
+{
+    const UserRegistry registry(answering(std::nullopt));
+
+    EXPECT_EQ(UserRegistry::joinRunning(), std::nullopt);
+    EXPECT_EQ(joined, 1);
+}
+
+TEST_F(UserRegistryTest, IsOpenOnce)
+{
+    const UserRegistry first(answering(1));
+    UserRegistry second(answering(2));
+    EXPECT_FALSE(second.isOpen());
+    second.close();
+    second.closeAndWait();
+
+    EXPECT_EQ(UserRegistry::joinRunning(), 1);
+}
+
+TEST_F(UserRegistryTest, LetsNobodyJoinOnceItIsClosed)
+{
+    UserRegistry registry(answering(1));
+    registry.close();
+    registry.close();
+    EXPECT_EQ(UserRegistry::joinRunning(), std::nullopt);
+    registry.closeAndWait();
+    registry.closeAndWait();
+
+    EXPECT_EQ(UserRegistry::joinRunning(), std::nullopt);
+    EXPECT_EQ(joined, 0);
+}
+
+TEST_F(UserRegistryTest, KeepsItsNameUntilItGoes)
+{
+    {
+        UserRegistry registry(answering(1));
+        registry.closeAndWait();
+        EXPECT_FALSE(UserRegistry(answering(2)).isOpen());
+    }
+    const UserRegistry next(answering(3));
+    EXPECT_TRUE(next.isOpen());
+    EXPECT_EQ(UserRegistry::joinRunning(), 3);
+}
+
+TEST_F(UserRegistryTest, LivesOnIfSomebodyJoinsAndGoes)
+{
+    const UserRegistry registry(answering(1));
+    sockaddr_un address;
+    const socklen_t size = ownName(address);
+    for (int i = 0; i < 3; ++i) {
+        const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(::connect(socket, reinterpret_cast<sockaddr*>(&address), size), 0);
+        ::close(socket);
+    }
+
+    EXPECT_EQ(UserRegistry::joinRunning(), 1);
+}
+
+class OtherUsers : public UserRegistryTest {
+protected:
+    void SetUp() override
+    {
+        UserRegistryTest::SetUp();
+        if (!IsSkipped() && ::geteuid() != 0)
+            GTEST_SKIP() << "only root can act for another user";
+    }
+};
+
+TEST_F(OtherUsers, AreNotAnswered)
+{
+    const UserRegistry registry(answering(1));
+    sockaddr_un address;
+    const socklen_t size = ownName(address);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        char byte = 0;
+        const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const bool isEmpty = ::setuid(anotherUser) == 0 &&
+                             ::connect(socket, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
+                             ::recv(socket, &byte, 1, 0) == 0;
+        ::_exit(isEmpty ? 0 : 1);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(joined, 0);
+}
+
+TEST_F(OtherUsers, AreNotBelieved)
+{
+    sockaddr_un address;
+    const socklen_t size = ownName(address);
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const unsigned short port = 22;
+        const bool isListening = ::setuid(anotherUser) == 0 &&
+                                 ::bind(socket, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
+                                 ::listen(socket, 1) == 0 && ::write(ready[1], "x", 1) == 1;
+        const int peer = isListening ? ::accept(socket, nullptr, nullptr) : -1;
+        const bool isSent = ::send(peer, &port, sizeof port, MSG_NOSIGNAL) >= 0 || peer >= 0;
+        ::_exit(isSent ? 0 : 1);
+    }
+    ::close(ready[1]);
+    char byte = 0;
+    EXPECT_EQ(::read(ready[0], &byte, 1), 1);
+    ::close(ready[0]);
+
+    EXPECT_EQ(UserRegistry::joinRunning(), std::nullopt);
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+}  // namespace

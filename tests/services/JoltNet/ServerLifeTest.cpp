@@ -1,0 +1,272 @@
+// How many peers a server takes, and how it ends.
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "JoltNet/NetException.h"
+#include "JoltNet/Server.h"
+#include "tests/services/JoltNet/RawPeer.h"
+#include "tests/services/JoltNet/RunningServer.h"
+#include "tests/services/JoltNet/SocketHooks.h"
+
+namespace {
+
+using JoltNet::Answer;
+using JoltNet::NetException;
+using JoltNet::Received;
+using JoltNet::Server;
+using netTests::RawSocket;
+using netTests::requestBytes;
+using netTests::RunningServer;
+using netTests::until;
+using testing::HasSubstr;
+
+bool isServed(const RawSocket& socket)
+{
+    socket.send(requestBytes("Take", {"abc"}));
+    return socket.receive(16) == netTests::receiptBytes(3);
+}
+
+class ServerLife : public testing::Test {
+protected:
+    ServerLife()
+    {
+        server.onRequest("Take", [](const Received&) { return Answer{}; });
+        server.onRequest("Wait", [this](const Received&) { return wait({}); });
+        server.onRequest("Last", [](const Received&) { return Answer{.isLast = true}; });
+        server.onRequest("WaitLast",
+                         [this](const Received&) { return wait(Answer{.isLast = true}); });
+    }
+
+    // Answers when the test says so.
+    Answer wait(Answer answer)
+    {
+        ++waiting;
+        until([this] { return isReleased.load(); });
+        return answer;
+    }
+
+    RawSocket connected() { return RawSocket::connectedTo(server.port()); }
+
+    std::vector<RawSocket> manyConnected()
+    {
+        std::vector<RawSocket> sockets;
+        for (std::size_t i = 0; i < Server::maxConnections; ++i)
+            sockets.push_back(connected());
+        return sockets;
+    }
+
+    netTests::ShiftedClock clock;
+    Server server{"127.0.0.1", 0};
+    std::atomic<int> waiting{0};
+    std::atomic<bool> isReleased{false};
+};
+
+TEST_F(ServerLife, SilentConnectionsLockNobodyOut)
+{
+    const RunningServer running(server);
+    const std::vector<RawSocket> silent = manyConnected();
+    const RawSocket further = connected();
+
+    EXPECT_TRUE(isServed(further));
+    EXPECT_TRUE(silent.front().isEnded());
+    EXPECT_FALSE(silent[1].isEndedSoon());
+    EXPECT_TRUE(isServed(silent.back()));
+}
+
+TEST_F(ServerLife, ConnectionsThatHaveSpokenAreNotGivenUpForAnother)
+{
+    const RunningServer running(server);
+    std::vector<RawSocket> sockets = manyConnected();
+    for (const RawSocket& socket : sockets)
+        ASSERT_TRUE(isServed(socket));
+
+    EXPECT_TRUE(connected().isEnded());
+    for (const RawSocket& socket : sockets)
+        ASSERT_TRUE(isServed(socket));
+
+    sockets.pop_back();
+    EXPECT_TRUE(until([&] { return isServed(connected()); }));
+}
+
+TEST_F(ServerLife, ListensOnAPortOfTheSystemIfItMayChoose)
+{
+    EXPECT_NE(server.port(), 0);
+    const Server other("127.0.0.1", 0);
+    EXPECT_NE(other.port(), server.port());
+}
+
+TEST_F(ServerLife, CannotListenWhereAnotherOneDoes)
+{
+    try {
+        const Server second("127.0.0.1", server.port());
+        FAIL();
+    } catch (const NetException& exception) {
+        EXPECT_EQ(exception.systemError(), EADDRINUSE);
+        EXPECT_THAT(exception.what(),
+                    HasSubstr("listen on 127.0.0.1:" + std::to_string(server.port())));
+    }
+}
+
+TEST_F(ServerLife, CannotListenOnWhatIsNoAddress)
+{
+    for (const char* address : {"", "localhost", "::1", "127.0.0"}) {
+        try {
+            const Server other(address, 0);
+            FAIL() << address;
+        } catch (const NetException& exception) {
+            EXPECT_EQ(exception.systemError(), EINVAL);
+        }
+    }
+}
+
+TEST_F(ServerLife, EndsWhenNothingIsAskedForItsIdleTime)
+{
+    const RunningServer running(server, std::chrono::minutes(15));
+    const RawSocket socket = connected();
+    ASSERT_TRUE(isServed(socket));
+    clock.advance(std::chrono::minutes(14));
+    ASSERT_TRUE(isServed(socket));
+    clock.advance(std::chrono::minutes(14));
+    ASSERT_TRUE(isServed(socket));
+    EXPECT_FALSE(running.hasEnded());
+
+    // The time runs from behind the answer, which is here before the server looks at its clock.
+    EXPECT_TRUE(until([&] {
+        clock.advance(std::chrono::minutes(16));
+        return socket.isEndedSoon();
+    }));
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+}
+
+TEST_F(ServerLife, ConnectionsWithoutARequestDoNotKeepItUp)
+{
+    const RunningServer running(server, std::chrono::minutes(15));
+    const RawSocket silent = connected();
+
+    EXPECT_TRUE(until([&] {
+        clock.advance(std::chrono::minutes(16));
+        return silent.isEndedSoon();
+    }));
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+}
+
+TEST_F(ServerLife, ARequestUnderWayKeepsItUp)
+{
+    const RunningServer running(server, std::chrono::minutes(15));
+    const RawSocket socket = connected();
+    socket.send(requestBytes("Wait", {"abc"}));
+    ASSERT_TRUE(until([&] { return waiting == 1; }));
+    clock.advance(std::chrono::hours(1));
+
+    // Somebody who comes has the server look at its clock.
+    EXPECT_TRUE(isServed(connected()));
+    clock.advance(std::chrono::hours(1));
+    EXPECT_TRUE(isServed(connected()));
+    isReleased = true;
+    EXPECT_EQ(socket.receive(16), netTests::receiptBytes(3));
+    EXPECT_TRUE(isServed(socket));
+}
+
+TEST_F(ServerLife, StopEndsSilentConnectionsAtOnce)
+{
+    const RunningServer running(server);
+    const RawSocket silent = connected();
+    const RawSocket served = connected();
+    ASSERT_TRUE(isServed(served));
+    server.stop();
+
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+    EXPECT_TRUE(silent.isEnded());
+    EXPECT_TRUE(served.isEnded());
+}
+
+TEST_F(ServerLife, StopBeforeItRunsIsNotForgotten)
+{
+    server.stop();
+    const RunningServer running(server);
+
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+}
+
+TEST_F(ServerLife, RequestsUnderWayAreAnsweredBeforeItEnds)
+{
+    const RunningServer running(server);
+    const RawSocket socket = connected();
+    const RawSocket silent = connected();
+    socket.send(requestBytes("Wait", {"abc"}));
+    ASSERT_TRUE(until([&] { return waiting == 1; }));
+
+    server.stop();
+    EXPECT_TRUE(silent.isEnded());
+    EXPECT_FALSE(running.hasEnded());
+    isReleased = true;
+
+    EXPECT_EQ(socket.receive(17), netTests::receiptBytes(3));
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+}
+
+TEST_F(ServerLife, RequestsThatDoNotComeToTheirEndHoldItUpForTenSeconds)
+{
+    const RunningServer running(server);
+    const RawSocket socket = connected();
+    // So much may take longer by itself.
+    socket.send(netTests::headerBytes("Take") +
+                netTests::frameBytes(netTests::stringKind, 0, std::uint64_t{16} << 30) + "abc");
+    const RawSocket other = connected();
+    ASSERT_TRUE(isServed(other));
+    server.stop();
+    ASSERT_TRUE(other.isEnded());
+
+    EXPECT_TRUE(until([&] {
+        clock.advance(std::chrono::seconds(11));
+        return socket.isEndedSoon();
+    }));
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+}
+
+TEST_F(ServerLife, WhoHasTheLastAnswerMayStartTheNextServer)
+{
+    const RunningServer running(server);
+    const RawSocket socket = connected();
+    socket.send(requestBytes("Last", {"0"}));
+    ASSERT_EQ(socket.receive(16), netTests::receiptBytes(1));
+
+    EXPECT_NO_THROW(Server("127.0.0.1", server.port()));
+    EXPECT_TRUE(socket.isEnded());
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+}
+
+TEST_F(ServerLife, RequestsUnderWayAreAnsweredAfterTheLastAnswer)
+{
+    const RunningServer running(server);
+    const RawSocket underWay = connected();
+    underWay.send(requestBytes("Wait", {"abc"}));
+    ASSERT_TRUE(until([&] { return waiting == 1; }));
+    const RawSocket last = connected();
+    last.send(requestBytes("Last", {}));
+    ASSERT_EQ(last.receive(17), netTests::receiptBytes(0));
+
+    EXPECT_FALSE(running.hasEnded());
+    isReleased = true;
+    EXPECT_EQ(underWay.receive(17), netTests::receiptBytes(3));
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+}
+
+TEST_F(ServerLife, EndsAlsoIfThePeerOfTheLastAnswerHasGone)
+{
+    const RunningServer running(server);
+    RawSocket socket = connected();
+    socket.send(requestBytes("WaitLast", {}));
+    ASSERT_TRUE(until([&] { return waiting == 1; }));
+    socket.reset();
+    isReleased = true;
+
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+}
+
+}  // namespace
