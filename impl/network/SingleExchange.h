@@ -1,6 +1,7 @@
 #pragma once
 
-#include <cstdlib>
+#include <charconv>
+#include <cstdint>
 #include <iostream>
 
 #include "Basis/Containers.h"
@@ -56,9 +57,12 @@ long doSingleTestWithString(unsigned long sendSize, const string* payload,
     if (!checkResponse)
         return duration;
 
+    // No number is longer.
+    constexpr std::uint64_t mostDigits = 20;
     string response(payload->get_allocator());
-    reader.transferString(response);
-    const unsigned long receivedSize = std::strtoul(response.c_str(), nullptr, 10);
+    reader.transferString(response, mostDigits);
+    unsigned long receivedSize = 0;
+    std::from_chars(response.data(), response.data() + response.size(), receivedSize);
     if (receivedSize == sendSize)
         return duration;
     std::cout << "Received wrong response: SendSize = " << sendSize

@@ -58,15 +58,36 @@ MeasuringServer::MeasuringServer(const ServerOptions& options)
     server->onRequest("BidiVNS", &sendBackAsMuch);
     server->onRequest("DualVNS", &sendWhatIsNamed);
     server->onRequest("StopVNS", [this](const Received&) { return removeUser(); });
+    server->onEnding([this] { return mayEnd(); });
+}
+
+// Whoever has joined meanwhile is to find a server.
+bool MeasuringServer::mayEnd()
+{
+    const std::scoped_lock lock(mutex);
+    if (!server->isEnding() && !server->isIdleFor(idleTimeout))
+        return false;
+    users = 0;
+    if (lastUserAction)
+        lastUserAction();
+    return true;
 }
 
 std::optional<unsigned short> MeasuringServer::addUser()
 {
     const std::scoped_lock lock(mutex);
-    if (users == 0)
+    if (users == 0 || server->isEnding())
         return std::nullopt;
     ++users;
+    server->touch();
     return port();
+}
+
+void MeasuringServer::dropUser()
+{
+    const std::scoped_lock lock(mutex);
+    if (users > 1)
+        --users;
 }
 
 Answer MeasuringServer::removeUser()

@@ -30,12 +30,16 @@ public:
     /// May be called from a signal handler.
     void stop() noexcept { server->stop(); }
 
-    /// Called once, before the last user is told that the server ends.
+    /// A user that addUser has counted did not hear of it.
+    void dropUser();
+
+    /// Called when the server ends, and before the last user is told that it does; more than once.
     void onLastUser(std::function<void()> action) { lastUserAction = std::move(action); }
 
 private:
     static std::unique_ptr<JoltNet::Server> listen(const ServerOptions& options);
     JoltNet::Answer removeUser();
+    bool mayEnd();
 
     std::unique_ptr<JoltNet::Server> server;
     std::chrono::seconds idleTimeout;

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <iostream>
 
 #include "JoltNet/NetException.h"
@@ -29,8 +30,11 @@ constexpr int pauseMilliseconds = 20;
 
 std::atomic<MeasuringServer*> runningServer{nullptr};
 
+volatile std::sig_atomic_t isToEnd = 0;
+
 void endServer(int)
 {
+    isToEnd = 1;
     if (MeasuringServer* const server = runningServer.load())
         server->stop();
 }
@@ -55,8 +59,12 @@ void say(const std::string& line)
 void closeStandardStreams()
 {
     const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    for (int stream = 0; stream <= 2 && nothing >= 0; ++stream)
-        ::dup2(nothing, stream);
+    for (int stream = 0; stream <= 2; ++stream) {
+        if (nothing < 0)
+            ::close(stream);
+        else
+            ::dup2(nothing, stream);
+    }
     if (nothing > 2)
         ::close(nothing);
 }
@@ -72,6 +80,25 @@ bool joinRunning(const ServerOptions& options)
             std::to_string(*port));
     return port.has_value();
 }
+
+// The server that signals and joiners find, until nobody can be about to.
+class RunningServer {
+public:
+    RunningServer(MeasuringServer& server, UserRegistry& userRegistry) : registry(userRegistry)
+    {
+        runningServer = &server;
+    }
+    ~RunningServer()
+    {
+        registry.closeAndWait();
+        runningServer = nullptr;
+    }
+    RunningServer(const RunningServer&) = delete;
+    RunningServer& operator=(const RunningServer&) = delete;
+
+private:
+    UserRegistry& registry;
+};
 
 void serve(MeasuringServer& server, bool isForeground, int report)
 {
@@ -89,12 +116,17 @@ void serve(MeasuringServer& server, bool isForeground, int report)
 void joinOrServe(const ServerOptions& options, int report)
 {
     const auto deadline = std::chrono::steady_clock::now() + turnTime;
-    while (!joinRunning(options)) {
+    while (!isToEnd && !joinRunning(options)) {
         // The name is taken before the port: of two that start at once, one joins the other.
-        UserRegistry registry([]() -> std::optional<unsigned short> {
-            MeasuringServer* const running = runningServer.load();
-            return running ? running->addUser() : std::nullopt;
-        });
+        UserRegistry registry(
+            []() -> std::optional<unsigned short> {
+                MeasuringServer* const running = runningServer.load();
+                return running ? running->addUser() : std::nullopt;
+            },
+            [] {
+                if (MeasuringServer* const running = runningServer.load())
+                    running->dropUser();
+            });
         const bool isLate = std::chrono::steady_clock::now() >= deadline;
         if (!registry.isOpen() && !options.port && !isLate) {
             ::poll(nullptr, 0, pauseMilliseconds);
@@ -102,11 +134,10 @@ void joinOrServe(const ServerOptions& options, int report)
         }
         MeasuringServer server(options);
         server.onLastUser([&registry] { registry.close(); });
-        runningServer = &server;
+        const RunningServer running(server, registry);
+        if (isToEnd)
+            return;
         serve(server, options.isForeground, report);
-        // Nobody joins any more, and no signal finds it.
-        runningServer = nullptr;
-        registry.closeAndWait();
         return;
     }
 }

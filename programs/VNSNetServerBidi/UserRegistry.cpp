@@ -64,7 +64,8 @@ std::optional<unsigned short> UserRegistry::joinRunning()
     return isJoined ? std::optional(port) : std::nullopt;
 }
 
-UserRegistry::UserRegistry(OnJoin onJoin) : join(std::move(onJoin))
+UserRegistry::UserRegistry(OnJoin onJoin, std::function<void()> onLeave)
+    : join(std::move(onJoin)), leave(std::move(onLeave))
 {
     listener = makeSocket();
     sockaddr_un address;
@@ -118,8 +119,9 @@ void UserRegistry::answer(int peer) const
 {
     if (!isOwnUser(peer))
         return;
-    if (const std::optional<unsigned short> port = join())
-        ::send(peer, &*port, sizeof *port, MSG_NOSIGNAL);
+    const std::optional<unsigned short> port = join();
+    if (port && ::send(peer, &*port, sizeof *port, MSG_NOSIGNAL) != sizeof *port && leave)
+        leave();
 }
 
 }  // namespace NetServer

@@ -21,7 +21,8 @@ public:
     /// takes one more user and returns the port, or nothing if the server is about to end; it runs
     /// on a thread of the registry.
     using OnJoin = std::function<std::optional<unsigned short>()>;
-    explicit UserRegistry(OnJoin onJoin);
+    /// `onLeave`, if there is one, takes back a user who did not hear of it.
+    explicit UserRegistry(OnJoin onJoin, std::function<void()> onLeave = {});
     ~UserRegistry();
     UserRegistry(const UserRegistry&) = delete;
     UserRegistry& operator=(const UserRegistry&) = delete;
@@ -37,6 +38,7 @@ private:
     void answer(int peer) const;
 
     OnJoin join;
+    std::function<void()> leave;
     int listener = -1;
     std::thread thread;
 };

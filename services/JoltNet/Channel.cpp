@@ -57,15 +57,17 @@ Channel::Channel(int connectedSocket, std::string_view hostName, unsigned short 
       buffer(new std::byte[channelBufferSize])
 {
     const int on = 1;
-    ::setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    ::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    ::setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    ::setsockopt(descriptor.number, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    ::setsockopt(descriptor.number, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    ::setsockopt(descriptor.number, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
 }
 
-Channel::~Channel()
+Channel::Descriptor::~Descriptor()
 {
-    ::close(descriptor);
+    ::close(number);
 }
+
+Channel::~Channel() = default;
 
 void Channel::timeOut(Deadline deadline, const char* operation) const
 {
@@ -80,21 +82,21 @@ void Channel::send(std::span<iovec> parts, bool isMoreComing, Deadline deadline)
         msghdr message{};
         message.msg_iov = parts.data();
         message.msg_iovlen = parts.size();
-        const ssize_t sent = ::sendmsg(descriptor, &message, flags);
+        const ssize_t sent = ::sendmsg(descriptor.number, &message, flags);
         if (sent >= 0) {
             parts = withoutFirst(parts, static_cast<std::size_t>(sent));
-            continue;
-        }
-        if (!mayPass(errno))
+        } else if (!mayPass(errno)) {
             throwSystemError(errno, "send to", peerText);
-        timeOut(deadline, "send to");
+        }
+        if (!parts.empty())
+            timeOut(deadline, "send to");
     }
 }
 
 bool Channel::waitForFirstByte()
 {
     while (buffered() == 0) {
-        const ssize_t received = ::recv(descriptor, buffer.get(), channelBufferSize, 0);
+        const ssize_t received = ::recv(descriptor.number, buffer.get(), channelBufferSize, 0);
         if (received > 0) {
             begin = 0;
             end = static_cast<std::size_t>(received);
@@ -108,7 +110,7 @@ bool Channel::waitForFirstByte()
 std::size_t Channel::receiveSome(std::span<std::byte> place, Deadline deadline)
 {
     for (;;) {
-        const ssize_t received = ::recv(descriptor, place.data(), place.size(), 0);
+        const ssize_t received = ::recv(descriptor.number, place.data(), place.size(), 0);
         if (received > 0)
             return static_cast<std::size_t>(received);
         if (received == 0)
@@ -177,13 +179,13 @@ void Channel::consume(std::uint64_t length, std::span<char> firstBytes, Deadline
 bool Channel::isQuiet() const
 {
     char byte = 0;
-    return buffered() == 0 && ::recv(descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
+    return buffered() == 0 && ::recv(descriptor.number, &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
            (errno == EAGAIN || errno == EWOULDBLOCK);
 }
 
 void Channel::shutDown()
 {
-    ::shutdown(descriptor, SHUT_RDWR);
+    ::shutdown(descriptor.number, SHUT_RDWR);
 }
 
 }  // namespace JoltNet

@@ -69,7 +69,16 @@ private:
     std::size_t buffered() const { return end - begin; }
     void timeOut(Deadline deadline, const char* operation) const;
 
-    int descriptor;
+    // Closed also if the rest of the construction fails.
+    struct Descriptor {
+        explicit Descriptor(int ownedNumber) : number(ownedNumber) {}
+        ~Descriptor();
+        Descriptor(const Descriptor&) = delete;
+        Descriptor& operator=(const Descriptor&) = delete;
+        int number;
+    };
+
+    Descriptor descriptor;
     std::string peerHost;
     unsigned short peerPort;
     std::string peerText;

@@ -1,5 +1,7 @@
 #include "JoltNet/Engine.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <asio.hpp>
 #include <mutex>
@@ -50,25 +52,64 @@ std::unique_ptr<Channel> takeWarm(std::string_view host, unsigned short port)
     return channel;
 }
 
-// Asio's own sockets do not block; a channel's does, so that each transfer is one system call.
-int connectedSocket(const char* host, unsigned short port)
+// Servers of this engine listen on IPv4 only.
+std::vector<asio::ip::tcp::endpoint> addressesOf(asio::io_context& context, const char* host,
+                                                 unsigned short port)
 {
-    asio::io_context context;
     asio::error_code error;
     asio::ip::tcp::resolver resolver(context);
-    const auto addresses = resolver.resolve(host, std::to_string(port),
-                                            asio::ip::resolver_base::numeric_service, error);
+    const auto found = resolver.resolve(host, std::to_string(port),
+                                        asio::ip::resolver_base::numeric_service, error);
     if (error)
         throwProtocolError(std::string("cannot resolve (").append(error.message()).append(")"),
                            peerName(host, port));
+    std::vector<asio::ip::tcp::endpoint> addresses(found.begin(), found.end());
+    std::stable_partition(addresses.begin(), addresses.end(),
+                          [](const auto& address) { return address.address().is_v4(); });
+    return addresses;
+}
 
+asio::error_code connect(asio::io_context& context, asio::ip::tcp::socket& socket,
+                         const asio::ip::tcp::endpoint& address, Clock::duration time)
+{
+    asio::error_code error;
+    socket = asio::ip::tcp::socket(context);
+    socket.open(address.protocol(), error);
+    if (error)
+        return error;
+    ::fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
+    error = asio::error::timed_out;
+    socket.async_connect(address, [&error](const asio::error_code& result) {
+        if (result != asio::error::operation_aborted)
+            error = result;
+    });
+    context.restart();
+    context.run_for(time);
+    if (error) {
+        // The connecting ends with its socket, and what it refers to is still there.
+        asio::error_code ignored;
+        socket.close(ignored);
+        context.restart();
+        context.run();
+    }
+    return error;
+}
+
+// Asio's own sockets do not block; a channel's does, so that each transfer is one system call. Each
+// address gets its share of what is left of the time.
+int connectedSocket(const char* host, unsigned short port)
+{
+    asio::io_context context;
+    const Clock::time_point deadline = Clock::now() + connectTime;
+    const std::vector<asio::ip::tcp::endpoint> addresses = addressesOf(context, host, port);
     asio::ip::tcp::socket socket(context);
-    error = asio::error::would_block;
-    asio::async_connect(socket, addresses,
-                        [&error](const asio::error_code& result, const auto&) { error = result; });
-    context.run_for(connectTime);
-    if (error == asio::error::would_block)
-        error = asio::error::timed_out;
+    asio::error_code error = asio::error::host_not_found;
+    for (std::size_t i = 0; i < addresses.size(); ++i) {
+        const auto share = (deadline - Clock::now()) / static_cast<int>(addresses.size() - i);
+        error = connect(context, socket, addresses[i], std::max(share, Clock::duration(1)));
+        if (!error)
+            break;
+    }
     if (error)
         throwSystemError(error.value(), "connect to", peerName(host, port));
     socket.native_non_blocking(false, error);

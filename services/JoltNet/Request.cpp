@@ -7,6 +7,7 @@
 
 #include "JoltNet/Engine.h"
 #include "JoltNet/NetException.h"
+#include "JoltNet/NetTrace.h"
 
 namespace JoltNet {
 
@@ -116,6 +117,7 @@ Frame Request::receiveFrame(Deadline deadline)
 
 Reader& Request::in()
 {
+    trace(Diagnose::TraceLevel::Debug, "REMOTE REQUEST - SENDER ", name());
     writeHeader();
     std::array<std::byte, frameSize> last;
     encodeFrame({FrameKind::end, 0, 0}, last);

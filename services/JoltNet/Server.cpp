@@ -25,6 +25,10 @@ constexpr std::size_t keptBytes = 64;
 // Without descriptors or memory a waiting peer stays readable; accepting it is tried again then.
 constexpr int pauseMilliseconds = 50;
 
+// How long a request may take, and what it must bring beyond that.
+constexpr std::chrono::seconds requestTime{10};
+constexpr std::uint64_t bytesPerSecond = 1'000'000;
+
 // How long requests under way may go on once the server is to end.
 constexpr std::chrono::seconds endingTime{10};
 
@@ -42,7 +46,9 @@ struct Server::Connection {
     }
     Channel channel;
     std::thread thread;
+    std::int64_t lastUse = now();
     bool hasSpoken = false;  // under the server's mutex, as are the others
+    bool isLeaving = false;
     bool isInRequest = false;
     bool hasEnded = false;
 };
@@ -99,26 +105,39 @@ void Server::stop() noexcept
 void Server::run(std::chrono::seconds idleTime)
 {
     lastRequest = now();
-    while (!isStopping && waitForPeer(idleTime)) {
+    while (!isStopping) {
+        if (!waitForPeer(idleTime)) {
+            if (mayEnd())
+                break;
+            continue;
+        }
         joinEnded();
         if (!isStopping)
             acceptPeer();
     }
     isStopping = true;
+    mayEnd();
     endAll();
+}
+
+bool Server::isIdleFor(std::chrono::seconds time) const
+{
+    return underWay == 0 && Clock::duration(now() - lastRequest) >= time;
 }
 
 // False when nothing has been asked for too long.
 bool Server::waitForPeer(std::chrono::seconds idleTime)
 {
     for (;;) {
+        if (isIdleFor(idleTime))
+            return false;
         const Clock::duration silent(now() - lastRequest);
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(idleTime - silent);
-        if (left.count() <= 0 && underWay == 0)
-            return false;
         pollfd waits[] = {{listener, POLLIN, 0}, {wakeup, POLLIN, 0}};
         // Ended connections are joined now and then, also if nobody comes.
-        const int patience = static_cast<int>(std::clamp<std::int64_t>(left.count(), 1, 1000));
+        constexpr std::int64_t most = 1000;
+        const std::int64_t wanted = left.count() <= 0 ? most : left.count() + 1;
+        const int patience = static_cast<int>(std::min(wanted, most));
         const int ready = ::poll(waits, std::size(waits), patience);
         if (ready > 0 || isStopping)
             return true;
@@ -132,6 +151,8 @@ void Server::acceptPeer()
     socklen_t size = sizeof peer;
     const int socket = ::accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC);
     if (socket < 0) {
+        if (errno == EINVAL)
+            stop();  // the listener has been closed for the last answer
         if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS)
             ::poll(nullptr, 0, pauseMilliseconds);
         return;
@@ -143,32 +164,49 @@ void Server::acceptPeer()
         ::close(socket);
         return;
     }
-    auto connection = std::make_unique<Connection>(socket, host, ntohs(peer.sin_port));
-    Connection& added = *connection;
+    try {
+        addConnection(std::make_unique<Connection>(socket, host, ntohs(peer.sin_port)));
+    } catch (const std::exception& exception) {
+        trace(Diagnose::TraceLevel::Warning, "connection refused: ", exception.what());
+    }
+}
+
+void Server::addConnection(std::unique_ptr<Connection> connection)
+{
     const std::scoped_lock lock(mutex);
-    connections.push_back(std::move(connection));
+    Connection& added = *connections.emplace_back(std::move(connection));
     try {
         added.thread = std::thread([this, &added] { serve(added); });
     } catch (const std::system_error&) {
         connections.pop_back();
+        throw;
     }
 }
 
-// Those that have never sent a byte lock nobody out.
+// Those that are silent lock nobody out, and those that have never sent a byte least of all.
 bool Server::makeRoom()
 {
-    {
-        const std::scoped_lock lock(mutex);
-        if (connections.size() < maxConnections)
-            return true;
-        const auto silent =
-            std::find_if(connections.begin(), connections.end(),
-                         [](const auto& one) { return !one->hasSpoken && !one->hasEnded; });
-        if (silent == connections.end())
-            return false;
-        (*silent)->channel.shutDown();
-        (*silent)->hasSpoken = true;  // not chosen again
+    const std::scoped_lock lock(mutex);
+    std::size_t staying = 0;
+    Connection* chosen = nullptr;
+    for (const auto& one : connections) {
+        if (one->isLeaving || one->hasEnded)
+            continue;
+        ++staying;
+        if (one->isInRequest)
+            continue;
+        const bool isBetter =
+            !chosen || (chosen->hasSpoken && !one->hasSpoken) ||
+            (chosen->hasSpoken == one->hasSpoken && one->lastUse < chosen->lastUse);
+        if (isBetter)
+            chosen = one.get();
     }
+    if (staying < maxConnections)
+        return true;
+    if (!chosen)
+        return false;
+    chosen->channel.shutDown();
+    chosen->isLeaving = true;
     return true;
 }
 
@@ -205,14 +243,21 @@ bool Server::serveRequest(Connection& connection)
     request.readHeader(&connection.channel, true);
     std::uint64_t received = 0;
     const Answer answer = handle(request, received);
-    if (answer.isLast)
-        closeListener();
-    if (answer.isAccepted)
-        request.confirm(received, answer.length);
-    lastRequest = now();
+    try {
+        if (answer.isLast)
+            closeListener();
+        if (answer.isAccepted)
+            request.confirm(received, answer.length);
+    } catch (...) {
+        if (answer.isLast)
+            stop();
+        throw;
+    }
+    touch();
     {
         const std::scoped_lock lock(mutex);
         connection.isInRequest = false;
+        connection.lastUse = now();
         --underWay;
     }
     if (answer.isLast)
@@ -230,6 +275,7 @@ Answer Server::handle(Request& request, std::uint64_t& received)
     std::size_t keptSize = 0;
     std::uint32_t strings = 0;
     std::optional<std::uint64_t> length;
+    const Clock::time_point begin = Clock::now();
     do {
         length = request.reader().takeString(strings == 0 ? std::span(kept) : std::span<char>());
         if (!length)
@@ -237,6 +283,8 @@ Answer Server::handle(Request& request, std::uint64_t& received)
         if (strings++ == 0)
             keptSize = static_cast<std::size_t>(std::min<std::uint64_t>(*length, kept.size()));
         received += *length;
+        if (Clock::now() > begin + requestTime + std::chrono::seconds(received / bytesPerSecond))
+            throwSystemError(ETIMEDOUT, "receive from", request.channel()->peer());
         if (received > maxStringLength || strings > maxStrings)
             throwProtocolError("a request without an end from", request.channel()->peer());
     } while (length);
@@ -270,8 +318,10 @@ void Server::joinEnded()
 // Silent connections end at once, those in a request when it is answered or its time is over.
 void Server::endAll()
 {
-    if (listener >= 0) {
-        ::close(listener);
+    {
+        const std::scoped_lock lock(mutex);
+        if (listener >= 0)
+            ::close(listener);
         listener = -1;
     }
     const Deadline deadline = Clock::now() + endingTime;

@@ -40,7 +40,8 @@ struct Answer {
 /// Threads:    handlers run on the connections' threads, several at a time.
 /// Errors:     the constructor throws NetException if it cannot listen.
 /// Limits:     256 connections. One more takes the place of the oldest that has never sent a byte,
-///             or is refused if there is none.
+///             else of the one that has asked for nothing for the longest time; it is refused only
+///             if all are in a request. A request takes 10 s, and a second for each megabyte.
 class Server {
 public:
     using Handler = std::function<Answer(const Received&)>;
@@ -60,8 +61,16 @@ public:
     void onRequest(const std::string& name, Handler handler);
 
     /// Accepts connections until stop is called, an answer was the last, or nothing has been asked
-    /// for so long. Requests under way are answered before it returns.
+    /// for so long. Requests under way have 10 s to be answered before it
+    /// returns.
     void run(std::chrono::seconds idleTime);
+    /// Asked before the server ends for its idle time, and told whenever it ends; false lets it go
+    /// on. Before run.
+    void onEnding(std::function<bool()> mayEndNow) { endingCheck = std::move(mayEndNow); }
+    /// Begins the idle time anew.
+    void touch() { lastRequest = Clock::now().time_since_epoch().count(); }
+    bool isEnding() const { return isStopping; }
+    bool isIdleFor(std::chrono::seconds time) const;
     /// Ends run. May be called from a signal handler.
     void stop() noexcept;
 
@@ -70,7 +79,9 @@ private:
     using Connections = std::list<std::unique_ptr<Connection>>;
 
     bool waitForPeer(std::chrono::seconds idleTime);
+    bool mayEnd() const { return !endingCheck || endingCheck(); }
     void acceptPeer();
+    void addConnection(std::unique_ptr<Connection> connection);
     void serve(Connection& connection);
     bool serveRequest(Connection& connection);
     Answer handle(Request& request, std::uint64_t& received);
@@ -83,6 +94,7 @@ private:
     int wakeup = -1;  // an eventfd: readable once the server is to stop
     unsigned short ownPort = 0;
     std::map<std::string, Handler, std::less<>> handlers;
+    std::function<bool()> endingCheck;
     std::mutex mutex;
     Connections connections;
     std::atomic<bool> isStopping{false};

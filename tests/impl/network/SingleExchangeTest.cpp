@@ -162,7 +162,7 @@ TEST(SingleExchangeSteps, CheckTheResponseBehindAllOthers)
     const CapturedOutput out;
     EXPECT_GE(exchange<Kind::done>(true, true), 0);
     EXPECT_THAT(steps, ElementsAre("make Name host:5", "send abc", "in", "receive up to 3",
-                                   "receive up to 1000", "destroy"));
+                                   "receive up to 20", "destroy"));
     EXPECT_EQ(out.text(), "");
 }
 
