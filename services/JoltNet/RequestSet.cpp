@@ -40,7 +40,7 @@ void RequestSet::go(RequestSetCallback* callback, int)
     threads.reserve(requests.size());
     for (const auto& request : requests) {
         try {
-            threads.emplace_back([this, &request, callback] { carryOut(*request, callback); });
+            threads.emplace_back([this, request, callback] { carryOut(*request, callback); });
         } catch (const std::system_error& error) {
             join();
             throwSystemError(error.code().value(), "start a thread for", "a request");
