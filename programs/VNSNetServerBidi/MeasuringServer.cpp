@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <utility>
 
 #include "JoltNet/NetException.h"
 
@@ -68,9 +69,15 @@ bool MeasuringServer::mayEnd()
     if (!server->isEnding() && !server->isIdleFor(idleTimeout))
         return false;
     users = 0;
-    if (lastUserAction)
-        lastUserAction();
+    tellLastUser();
     return true;
+}
+
+// With the mutex held.
+void MeasuringServer::tellLastUser()
+{
+    if (const auto action = std::exchange(lastUserAction, nullptr))
+        action();
 }
 
 std::optional<unsigned short> MeasuringServer::addUser()
@@ -95,8 +102,8 @@ Answer MeasuringServer::removeUser()
     const std::scoped_lock lock(mutex);
     if (users != 0)
         --users;
-    if (users == 0 && lastUserAction)
-        lastUserAction();
+    if (users == 0)
+        tellLastUser();
     return {.isLast = users == 0};
 }
 

@@ -33,13 +33,14 @@ public:
     /// A user that addUser has counted did not hear of it.
     void dropUser();
 
-    /// Called when the server ends, and before the last user is told that it does; more than once.
+    /// Called once, when the server is to end and before the last user is told that it does.
     void onLastUser(std::function<void()> action) { lastUserAction = std::move(action); }
 
 private:
     static std::unique_ptr<JoltNet::Server> listen(const ServerOptions& options);
     JoltNet::Answer removeUser();
     bool mayEnd();
+    void tellLastUser();
 
     std::unique_ptr<JoltNet::Server> server;
     std::chrono::seconds idleTimeout;
