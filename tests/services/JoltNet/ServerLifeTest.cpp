@@ -1,7 +1,7 @@
 // How many peers a server takes, and how it ends.
 #include <gmock/gmock.h>
-#include <algorithm>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <memory>
