@@ -164,7 +164,8 @@ void readStrings(JoltNet::Reader& reader, Model& model, Basis::Allocator& alloca
 void receiveAnswer(std::string_view bytes, Basis::Allocator& allocator)
 {
     const Peer peer;
-    JoltNet::Engine::keepChannel(std::make_unique<JoltNet::Channel>(peer.otherEnd(), "peer", 1));
+    JoltNet::Engine::keepChannel(
+        std::make_unique<JoltNet::Channel>(JoltNet::Descriptor(peer.otherEnd()), "peer", 1));
     Model model(bytes);
     try {
         JoltNet::Request request("MeasureVNS", "peer", 1, 0);

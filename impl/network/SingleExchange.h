@@ -1,6 +1,7 @@
 #pragma once
 
 #include <charconv>
+#include <cstddef>
 #include <cstdint>
 #include <iostream>
 
@@ -10,6 +11,9 @@
 #include "impl/network/Receiver.h"
 
 namespace vetraTests {
+
+/// Says on standard error, once for a peer, that it has sent back less than it was sent.
+void sayReplyIsShort(const string& host, unsigned short port, std::size_t sent, std::size_t back);
 
 /// Has the header of a request written, or read if it comes in.
 template <class Request>
@@ -40,6 +44,9 @@ long doSingleTestWithString(unsigned long sendSize, const string* payload,
     const bool isSecure = JoltNet::Configuration::isSecure();
     Request request(requestName.c_str(), host.c_str(), port, static_cast<char>(isSecure));
 
+    // Room for what comes back: to make it is no part of the exchange.
+    string reply(readBack ? payload->size() : 0, '\0', payload->get_allocator());
+
     const long begin = _pcounter(1);
     if (receiver)
         receiver->start();
@@ -50,10 +57,11 @@ long doSingleTestWithString(unsigned long sendSize, const string* payload,
         receiver->join();
     if (readBack) {
         settleHeader(request);
-        string reply(payload->get_allocator());
         reader.transferString(reply, payload->size());
     }
     const long duration = _pdiff_muesec(1, begin, _pcounter(1));
+    if (readBack && reply.size() < payload->size())
+        sayReplyIsShort(host, port, payload->size(), reply.size());
     if (!checkResponse)
         return duration;
 

@@ -49,22 +49,23 @@ Deadline transferDeadline(std::uint64_t bytes)
     return Clock::now() + std::max(leastTransferTime, atLeastRate);
 }
 
-Channel::Channel(int connectedSocket, std::string_view hostName, unsigned short portNumber)
-    : descriptor(connectedSocket),
+Channel::Channel(Descriptor connectedSocket, std::string_view hostName, unsigned short portNumber)
+    : descriptor(std::move(connectedSocket)),
       peerHost(hostName),
       peerPort(portNumber),
       peerText(peerName(hostName, portNumber)),
       buffer(new std::byte[channelBufferSize])
 {
     const int on = 1;
-    ::setsockopt(descriptor.number, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    ::setsockopt(descriptor.number, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    ::setsockopt(descriptor.number, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    ::setsockopt(descriptor.number(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    ::setsockopt(descriptor.number(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    ::setsockopt(descriptor.number(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
 }
 
-Channel::Descriptor::~Descriptor()
+Descriptor::~Descriptor()
 {
-    ::close(number);
+    if (held >= 0)
+        ::close(held);
 }
 
 Channel::~Channel() = default;
@@ -82,7 +83,7 @@ void Channel::send(std::span<iovec> parts, bool isMoreComing, Deadline deadline)
         msghdr message{};
         message.msg_iov = parts.data();
         message.msg_iovlen = parts.size();
-        const ssize_t sent = ::sendmsg(descriptor.number, &message, flags);
+        const ssize_t sent = ::sendmsg(descriptor.number(), &message, flags);
         if (sent >= 0) {
             parts = withoutFirst(parts, static_cast<std::size_t>(sent));
         } else if (!mayPass(errno)) {
@@ -96,7 +97,7 @@ void Channel::send(std::span<iovec> parts, bool isMoreComing, Deadline deadline)
 bool Channel::waitForFirstByte()
 {
     while (buffered() == 0) {
-        const ssize_t received = ::recv(descriptor.number, buffer.get(), channelBufferSize, 0);
+        const ssize_t received = ::recv(descriptor.number(), buffer.get(), channelBufferSize, 0);
         if (received > 0) {
             begin = 0;
             end = static_cast<std::size_t>(received);
@@ -110,7 +111,7 @@ bool Channel::waitForFirstByte()
 std::size_t Channel::receiveSome(std::span<std::byte> place, Deadline deadline)
 {
     for (;;) {
-        const ssize_t received = ::recv(descriptor.number, place.data(), place.size(), 0);
+        const ssize_t received = ::recv(descriptor.number(), place.data(), place.size(), 0);
         if (received > 0)
             return static_cast<std::size_t>(received);
         if (received == 0)
@@ -144,19 +145,21 @@ void Channel::receive(std::span<std::byte> place, std::size_t ahead, Deadline de
 void Channel::receive(Basis::string& text, std::uint64_t length, Deadline deadline)
 {
     constexpr std::uint64_t piece = std::uint64_t{1} << 20;
-    while (length != 0) {
-        const auto count = static_cast<std::size_t>(std::min(length, piece));
-        const std::size_t place = text.size();
-        text.resize(place + count);
-        std::span<std::byte> rest = std::as_writable_bytes(std::span(&text[place], count));
-        const std::size_t ahead = std::min(count, buffered());
+    if (text.size() > length)
+        text.resize(static_cast<std::size_t>(length));
+    std::size_t filled = 0;
+    while (filled != length) {
+        if (filled == text.size())
+            text.resize(filled + static_cast<std::size_t>(std::min(length - filled, piece)));
+        std::span<std::byte> rest = std::as_writable_bytes(std::span(text).subspan(filled));
+        filled = text.size();
+        const std::size_t ahead = std::min(rest.size(), buffered());
         std::memcpy(rest.data(), &buffer[begin], ahead);
         begin += ahead;
         for (rest = rest.subspan(ahead); !rest.empty();) {
             timeOut(deadline, "receive from");
             rest = rest.subspan(receiveSome(rest, deadline));
         }
-        length -= count;
     }
 }
 
@@ -179,13 +182,13 @@ void Channel::consume(std::uint64_t length, std::span<char> firstBytes, Deadline
 bool Channel::isQuiet() const
 {
     char byte = 0;
-    return buffered() == 0 && ::recv(descriptor.number, &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
+    return buffered() == 0 && ::recv(descriptor.number(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
            (errno == EAGAIN || errno == EWOULDBLOCK);
 }
 
 void Channel::shutDown()
 {
-    ::shutdown(descriptor.number, SHUT_RDWR);
+    ::shutdown(descriptor.number(), SHUT_RDWR);
 }
 
 }  // namespace JoltNet

@@ -8,6 +8,8 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "Basis/Containers.h"
 
@@ -21,6 +23,20 @@ inline constexpr std::chrono::seconds headerTime{5};
 inline constexpr std::size_t channelBufferSize = std::size_t{128} * 1024;
 Deadline transferDeadline(std::uint64_t bytes);
 
+/// An open descriptor, closed by whoever holds it last.
+class Descriptor {
+public:
+    explicit Descriptor(int ownedNumber) : held(ownedNumber) {}
+    ~Descriptor();
+    Descriptor(Descriptor&& other) noexcept : held(std::exchange(other.held, -1)) {}
+    Descriptor& operator=(Descriptor&&) = delete;
+
+    int number() const { return held; }
+
+private:
+    int held;
+};
+
 /// A connection to a peer, with what was read of it ahead.
 ///
 /// Ownership:  owns the descriptor, and closes it.
@@ -30,7 +46,7 @@ Deadline transferDeadline(std::uint64_t bytes);
 class Channel {
 public:
     /// Takes over a connected, blocking stream socket.
-    Channel(int connectedSocket, std::string_view hostName, unsigned short portNumber);
+    Channel(Descriptor connectedSocket, std::string_view hostName, unsigned short portNumber);
     ~Channel();
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
@@ -48,8 +64,8 @@ public:
     /// Fills the place. Of what follows, at most `ahead` bytes are read with it: those of a string
     /// are better received where they belong.
     void receive(std::span<std::byte> place, std::size_t ahead, Deadline deadline);
-    /// Appends as many bytes to the text. What a peer has announced is not what it has sent: memory
-    /// grows with what comes in.
+    /// Puts as many bytes in the place of the text. What a peer has announced is not what it has
+    /// sent: beyond the room that the text brings, memory grows with what comes in.
     void receive(Basis::string& text, std::uint64_t length, Deadline deadline);
     /// Takes bytes and forgets them, but for the first ones, which it copies as far as they fit.
     void consume(std::uint64_t length, std::span<char> firstBytes, Deadline deadline);
@@ -68,15 +84,6 @@ private:
     void fill(std::size_t most, Deadline deadline);
     std::size_t buffered() const { return end - begin; }
     void timeOut(Deadline deadline, const char* operation) const;
-
-    // Closed also if the rest of the construction fails.
-    struct Descriptor {
-        explicit Descriptor(int ownedNumber) : number(ownedNumber) {}
-        ~Descriptor();
-        Descriptor(const Descriptor&) = delete;
-        Descriptor& operator=(const Descriptor&) = delete;
-        int number;
-    };
 
     Descriptor descriptor;
     std::string peerHost;

@@ -97,7 +97,7 @@ asio::error_code connect(asio::io_context& context, asio::ip::tcp::socket& socke
 
 // Asio's own sockets do not block; a channel's does, so that each transfer is one system call. Each
 // address gets its share of what is left of the time.
-int connectedSocket(const char* host, unsigned short port)
+Descriptor connectedSocket(const char* host, unsigned short port)
 {
     asio::io_context context;
     const Clock::time_point deadline = Clock::now() + connectTime;
@@ -113,7 +113,7 @@ int connectedSocket(const char* host, unsigned short port)
     if (error)
         throwSystemError(error.value(), "connect to", peerName(host, port));
     socket.native_non_blocking(false, error);
-    return socket.release();
+    return Descriptor(socket.release());
 }
 
 }  // namespace

@@ -168,7 +168,6 @@ void Reader::transferString(Basis::string& text, std::uint64_t mostBytes)
         throwProtocolError("no string from", request.link->peer());
     if (frame.value > mostBytes)
         throwProtocolError("a string longer than it may be from", request.link->peer());
-    text.clear();
     request.link->receive(text, frame.value, transferDeadline(frame.value));
     request.stringTaken();
 }

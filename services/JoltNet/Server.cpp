@@ -40,8 +40,8 @@ std::int64_t now()
 }  // namespace
 
 struct Server::Connection {
-    explicit Connection(int socket, std::string_view host, unsigned short port)
-        : channel(socket, host, port)
+    Connection(Descriptor socket, std::string_view host, unsigned short port)
+        : channel(std::move(socket), host, port)
     {
     }
     Channel channel;
@@ -149,8 +149,8 @@ void Server::acceptPeer()
 {
     sockaddr_in peer{};
     socklen_t size = sizeof peer;
-    const int socket = ::accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC);
-    if (socket < 0) {
+    Descriptor socket(::accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC));
+    if (socket.number() < 0) {
         if (errno == EINVAL)
             stop();  // the listener has been closed for the last answer
         if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS)
@@ -161,11 +161,10 @@ void Server::acceptPeer()
     ::inet_ntop(AF_INET, &peer.sin_addr, host, sizeof host);
     if (!makeRoom()) {
         trace(Diagnose::TraceLevel::Warning, "too many connections; refused one of ", host);
-        ::close(socket);
         return;
     }
     try {
-        addConnection(std::make_unique<Connection>(socket, host, ntohs(peer.sin_port)));
+        addConnection(std::make_unique<Connection>(std::move(socket), host, ntohs(peer.sin_port)));
     } catch (const std::exception& exception) {
         trace(Diagnose::TraceLevel::Warning, "connection refused: ", exception.what());
     }

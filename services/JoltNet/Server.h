@@ -65,7 +65,7 @@ public:
     /// returns.
     void run(std::chrono::seconds idleTime);
     /// Asked before the server ends for its idle time, and told whenever it ends; false lets it go
-    /// on. Before run.
+    /// on, for one who has begun the idle time anew meanwhile. Before run.
     void onEnding(std::function<bool()> mayEndNow) { endingCheck = std::move(mayEndNow); }
     /// Begins the idle time anew.
     void touch() { lastRequest = Clock::now().time_since_epoch().count(); }

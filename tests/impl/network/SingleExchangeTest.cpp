@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -190,6 +191,26 @@ TEST(SingleExchangeResponse, IsNotLookedAtUnlessItIsToBe)
     EXPECT_GE(exchange<Kind::done>(false, true), 0);
     RecordedRequest<Kind::done>::response = "3";
     EXPECT_EQ(out.text(), "");
+}
+
+TEST(SingleExchangeReply, ThatIsShortIsSaidOnceForAPeer)
+{
+    const CapturedOutput out;
+    const CapturedOutput err(std::cerr);
+    EXPECT_GE(exchange<Kind::done>(false, true), 0);
+    EXPECT_GE(exchange<Kind::done>(false, true), 0);
+    EXPECT_EQ(out.text(), "");
+    EXPECT_EQ(err.text(),
+              "vetra: host:5 sends back 1 of 3 bytes: the rate in both directions is too high\n");
+}
+
+TEST(SingleExchangeReply, AsLongAsWhatWasSentIsNotSpokenOf)
+{
+    const CapturedOutput err(std::cerr);
+    RecordedRequest<Kind::outgoing>::response = "abc";
+    EXPECT_GE(exchange<Kind::outgoing>(false, true), 0);
+    RecordedRequest<Kind::outgoing>::response = "3";
+    EXPECT_EQ(err.text(), "");
 }
 
 class SingleExchange : public testing::Test {

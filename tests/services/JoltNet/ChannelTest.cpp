@@ -67,7 +67,7 @@ protected:
     netTests::ShiftedClock clock;
     netTests::SocketHooks hooks;
     netTests::SocketPair pair;
-    JoltNet::Channel channel{pair.first, "peer", 4464};
+    JoltNet::Channel channel{JoltNet::Descriptor(pair.first), "peer", 4464};
     std::shared_ptr<Basis::Allocator> domain =
         Basis::Allocator::createChild(Basis::Allocator::global(), "channel", 0);
 };
@@ -215,16 +215,18 @@ TEST_F(ChannelTest, FailsToReceiveFromAPeerThatHasGone)
     EXPECT_EQ(failureOf([&] { channel.consume(1, {}, soon()); }).systemError, ECONNRESET);
 }
 
-TEST_F(ChannelTest, AppendsToATextWhatWasReadAheadAndWhatFollows)
+TEST_F(ChannelTest, PutsWhatWasReadAheadAndWhatFollowsInThePlaceOfAText)
 {
-    pair.second.send("-abcdef");
-    receive(1, 3);
-    Basis::string text("before ", domain.get());
-    channel.receive(text, 5, soon());
-    EXPECT_EQ(text, "before abcde");
-    channel.receive(text, 0, past());
-    EXPECT_EQ(text, "before abcde");
-    EXPECT_EQ(receive(1), "f");
+    for (const char* before : {"", "xyz", "uvxyz", "longer than that"}) {
+        pair.second.send("-abcdef");
+        receive(1, 3);
+        Basis::string text(before, domain.get());
+        channel.receive(text, 5, soon());
+        EXPECT_EQ(text, "abcde");
+        EXPECT_EQ(receive(1), "f");
+        channel.receive(text, 0, past());
+        EXPECT_EQ(text, "");
+    }
 }
 
 TEST_F(ChannelTest, LeavesWhatWasReadAheadBehindAText)
@@ -351,7 +353,7 @@ TEST(ChannelEnd, ClosesTheSocket)
 {
     netTests::SocketPair pair;
     {
-        const JoltNet::Channel channel(pair.first, "peer", 1);
+        const JoltNet::Channel channel(JoltNet::Descriptor(pair.first), "peer", 1);
     }
     EXPECT_TRUE(pair.second.isEnded());
 }

@@ -1,7 +1,11 @@
 #include "JoltNet/Engine.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <string>
@@ -92,7 +96,8 @@ TEST(EngineState, ServesNoPortAboveItsHighest)
 TEST(EngineState, ClosesChannelsThatComeBackTooLate)
 {
     netTests::SocketPair pair;
-    Engine::keepChannel(std::make_unique<JoltNet::Channel>(pair.first, "peer", 1));
+    Engine::keepChannel(
+        std::make_unique<JoltNet::Channel>(JoltNet::Descriptor(pair.first), "peer", 1));
 
     EXPECT_TRUE(pair.second.isEnded());
 }
@@ -221,7 +226,8 @@ TEST_F(WarmChannels, AreSixtyFourAtMost)
 {
     std::vector<netTests::SocketPair> pairs(65);
     for (const netTests::SocketPair& pair : pairs)
-        Engine::keepChannel(std::make_unique<JoltNet::Channel>(pair.first, "peer", 1));
+        Engine::keepChannel(
+            std::make_unique<JoltNet::Channel>(JoltNet::Descriptor(pair.first), "peer", 1));
 
     EXPECT_TRUE(pairs.back().second.isEnded());
     EXPECT_FALSE(pairs.front().second.isEndedSoon());
@@ -244,6 +250,28 @@ TEST_F(Connecting, RefusedNamesOperationHostPortAndCause)
         EXPECT_THAT(exception.what(), HasSubstr("connect to 127.0.0.1:" + std::to_string(port)));
         EXPECT_THAT(exception.what(), HasSubstr("Connection refused"));
     }
+}
+
+TEST_F(Connecting, ToAPeerThatSaysNothingEnds)
+{
+    // Who has accepted nobody for so long that no more may wait answers no further one at all.
+    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in place{};
+    socklen_t size = sizeof place;
+    place.sin_family = AF_INET;
+    place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&place), size), 0);
+    ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&place), &size), 0);
+    ASSERT_EQ(::listen(listener, 0), 0);
+    const auto waiting = netTests::RawSocket::connectedTo(ntohs(place.sin_port));
+    try {
+        exchange(ntohs(place.sin_port));
+        ADD_FAILURE();
+    } catch (const NetException& exception) {
+        EXPECT_EQ(exception.systemError(), ETIMEDOUT);
+        EXPECT_THAT(exception.what(), HasSubstr("connect to 127.0.0.1:"));
+    }
+    ::close(listener);
 }
 
 TEST_F(Connecting, ToANameThatCannotBeResolvedNamesHostPortAndCause)

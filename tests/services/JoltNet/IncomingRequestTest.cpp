@@ -32,7 +32,7 @@ protected:
     std::string failureOfHeader(const std::string& bytes)
     {
         netTests::SocketPair ends;
-        JoltNet::Channel connection(ends.first, "peer", 4464);
+        JoltNet::Channel connection(JoltNet::Descriptor(ends.first), "peer", 4464);
         ends.second.send(bytes);
         ends.second.finish();
         Request incoming(connection);
@@ -43,7 +43,7 @@ protected:
     }
 
     netTests::SocketPair pair;
-    JoltNet::Channel channel{pair.first, "peer", 4464};
+    JoltNet::Channel channel{JoltNet::Descriptor(pair.first), "peer", 4464};
     Request request{channel};
 };
 

@@ -158,6 +158,7 @@ TEST_F(OutgoingRequest, ReadsTheStringsOfTheAnswer)
     Basis::string received = text("what was there before");
     reader.transferString(received);
     EXPECT_EQ(received, "one");
+    received = text("xxxx");
     reader.transferString(received);
     EXPECT_EQ(received, "");
     EXPECT_EQ(reader.stringsLeft(), 1U);

@@ -171,6 +171,62 @@ TEST_F(ServerLife, ARequestUnderWayKeepsItUp)
     EXPECT_TRUE(isServed(socket));
 }
 
+TEST_F(ServerLife, GoesOnPastItsIdleTimeUntilItMayEnd)
+{
+    std::atomic<int> questions{0};
+    std::atomic<bool> mayEnd{false};
+    server.onEnding([&] {
+        ++questions;
+        server.touch();  // somebody came at the last moment
+        return mayEnd.load();
+    });
+    const RunningServer running(server, std::chrono::minutes(15));
+    ASSERT_TRUE(until([&] {
+        clock.advance(std::chrono::minutes(16));
+        return questions > 1;
+    }));
+    EXPECT_TRUE(isServed(connected()));
+    EXPECT_FALSE(running.hasEnded());
+
+    mayEnd = true;
+    EXPECT_TRUE(until([&] {
+        clock.advance(std::chrono::minutes(16));
+        return running.hasEnded();
+    }));
+}
+
+TEST_F(ServerLife, SaysThatItEndsAlsoIfItWasStopped)
+{
+    std::atomic<int> questions{0};
+    server.onEnding([&] {
+        ++questions;
+        return false;
+    });
+    const RunningServer running(server);
+    EXPECT_EQ(questions, 0);
+    server.stop();
+
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+    EXPECT_EQ(questions, 1);
+}
+
+TEST_F(ServerLife, ARequestWithoutAnEndIsDroppedThoughItsFramesKeepComing)
+{
+    const RunningServer running(server);
+    const RawSocket socket = connected();
+    socket.send(netTests::headerBytes("Take"));
+
+    // Each frame is in time by itself.
+    bool isEnded = false;
+    for (int i = 0; i < 60 && !isEnded; ++i) {
+        socket.send(netTests::frameBytes(netTests::stringKind, 0, 0));
+        isEnded = socket.isEndedSoon();
+        clock.advance(std::chrono::seconds(1));
+    }
+    EXPECT_TRUE(isEnded);
+    EXPECT_TRUE(isServed(connected()));
+}
+
 TEST_F(ServerLife, StopEndsSilentConnectionsAtOnce)
 {
     const RunningServer running(server);
