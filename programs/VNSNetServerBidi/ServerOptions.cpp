@@ -31,6 +31,7 @@ bool isAddress(const std::string& text)
 bool setOption(ServerOptions& options, std::string_view name, std::string_view value)
 {
     if (name == "--bind") {
+        options.isPlaceGiven = true;
         options.bindAddress = value;
         return isAddress(options.bindAddress);
     }
@@ -39,10 +40,12 @@ bool setOption(ServerOptions& options, std::string_view name, std::string_view v
         isPort ? numberBetween(value, 0, 65535) : numberBetween(value, 1, maxIdleSeconds);
     if (!number)
         return false;
-    if (isPort)
-        options.port = static_cast<unsigned short>(*number);
-    else
+    if (!isPort) {
         options.idleTimeout = std::chrono::seconds(*number);
+        return true;
+    }
+    options.port = static_cast<unsigned short>(*number);
+    options.isPlaceGiven = true;
     return true;
 }
 
@@ -60,7 +63,8 @@ std::string_view expectedValue(std::string_view name)
 const char* const helpText =
     "VNSNetServerBidi [OPTION]... answers the network test of vetra on this host.\n"
     "\n"
-    "  --foreground            stay in the foreground\n"
+    "  --foreground            stay in the foreground, and say on standard error which peers are\n"
+    "                          dropped and why\n"
     "  --port PORT             listen on this port, or fail; 0 lets the system choose\n"
     "                          (default 4464 if that is free, else one of the system)\n"
     "  --bind ADDRESS          listen on this IPv4 address (default 0.0.0.0)\n"

@@ -15,6 +15,8 @@ struct ServerOptions {
     /// Nothing: the tool's own port if it is free, else one of the system. 0: one of the system.
     std::optional<unsigned short> port;
     std::string bindAddress = "0.0.0.0";
+    /// A place was asked for: a server that others have set up does not stand in for it.
+    bool isPlaceGiven = false;
     std::chrono::seconds idleTimeout{15 * 60};
 };
 

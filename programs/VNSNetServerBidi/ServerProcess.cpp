@@ -12,6 +12,8 @@
 #include <csignal>
 #include <iostream>
 
+#include "Diagnose/TraceConfiguration.h"
+#include "Diagnose/TraceTopic.h"
 #include "JoltNet/NetException.h"
 #include "Version/Version.h"
 #include "programs/VNSNetServerBidi/MeasuringServer.h"
@@ -71,8 +73,8 @@ void closeStandardStreams()
 
 bool joinRunning(const ServerOptions& options)
 {
-    // Who asks for a port of their own gets a server of their own.
-    if (options.port)
+    // Who asks for a place of their own gets a server of their own.
+    if (options.isPlaceGiven)
         return false;
     const std::optional<unsigned short> port = UserRegistry::joinRunning();
     if (port)
@@ -128,7 +130,7 @@ void joinOrServe(const ServerOptions& options, int report)
                     running->dropUser();
             });
         const bool isLate = std::chrono::steady_clock::now() >= deadline;
-        if (!registry.isOpen() && !options.port && !isLate) {
+        if (!registry.isOpen() && !options.isPlaceGiven && !isLate) {
             ::poll(nullptr, 0, pauseMilliseconds);
             continue;
         }
@@ -142,9 +144,19 @@ void joinOrServe(const ServerOptions& options, int report)
     }
 }
 
+// Whoever watches the server sees why it has dropped a peer. In the background nobody does, and a
+// host that is measured keeps no file of it.
+void traceToWatcher()
+{
+    Diagnose::TraceConfiguration::initializeStandardError();
+    Diagnose::TraceTopic::setGlobalTraceLevel(Diagnose::TraceLevel::Warning);
+}
+
 int serveAndTell(const ServerOptions& options, int report)
 {
     setSignals();
+    if (options.isForeground)
+        traceToWatcher();
     try {
         joinOrServe(options, report);
     } catch (const std::exception& exception) {

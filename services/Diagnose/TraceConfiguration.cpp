@@ -4,6 +4,7 @@
 #include <spdlog/logger.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/stdout_sinks.h>
 #include <unistd.h>
 
 #include <iostream>
@@ -22,7 +23,7 @@ struct TraceFile {
     std::mutex mutex;
     bool configured = false;
     bool failed = false;
-    std::string path;
+    std::string path;  // empty for standard error
     std::unique_ptr<spdlog::logger> logger;
 };
 
@@ -61,7 +62,11 @@ void giveUp(TraceFile& file, const std::string& reason)
 
 void openFile(TraceFile& file)
 {
-    auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(file.path);
+    spdlog::sink_ptr sink;
+    if (file.path.empty())
+        sink = std::make_shared<spdlog::sinks::stderr_sink_mt>();
+    else
+        sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(file.path);
     file.logger = std::make_unique<spdlog::logger>("trace", std::move(sink));
     file.logger->set_pattern("%Y-%m-%d %H:%M:%S.%f [%t] %l %v");
     file.logger->set_level(spdlog::level::trace);
@@ -91,6 +96,13 @@ void TraceConfiguration::initializeExecutable(std::string_view directory, int fi
     file.configured = true;
     file.path.assign(directory).append("/").append(program_invocation_short_name);
     file.path.append("_").append(std::to_string(::getpid())).append(".diag.trc");
+}
+
+void TraceConfiguration::initializeStandardError()
+{
+    TraceFile& file = traceFile();
+    const std::scoped_lock lock(file.mutex);
+    file.configured = true;
 }
 
 void TraceConfiguration::write(const char* topic, TraceLevel level, std::string_view text)

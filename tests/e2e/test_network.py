@@ -407,6 +407,22 @@ def test_without_a_request_the_server_ends_after_its_idle_time(alone):
     until_nothing_is_left(alone)
 
 
+def test_a_server_in_the_foreground_says_whom_it_drops(alone):
+    server = alone.popen(alone.bundle / "lib" / SERVER, "--foreground")
+    assert server.stdout.readline() == LISTENING.encode()
+    with alone.connect(alone) as connection:
+        connection.sendall(b"GET / HTTP/1.1\r\n\r\n")
+        with contextlib.suppress(ConnectionError):
+            assert connection.recv(1) == b""
+    alone.connect(alone).close()
+    stop(alone)
+    run = finish(server)
+    assert (run.status, run.stdout) == (0, b"")
+    assert re.fullmatch(rb"[^\n]+ warning JoltNet: connection dropped: [^\n]*"
+                        rb"no header of a request from [\d.]+:\d+[^\n]*\n", run.stderr), run
+    assert not list(alone.files_of_bundle.glob("*.trc"))
+
+
 @pytest.mark.parametrize("words", [[], ["--foreground"]])
 def test_sigterm_ends_the_server_in_good_order(alone, words):
     server = alone.popen(alone.bundle / "lib" / SERVER, *words)

@@ -139,6 +139,25 @@ TEST(MeasuringServerUsers, AreCountedUntilTheLastHasGone)
     thread.join();
 }
 
+TEST(MeasuringServerUsers, AreOneFewerForOneWhoDidNotHearOfTheServer)
+{
+    const netTests::EngineScope engine;
+    MeasuringServer server(netTests::localOptions());
+    server.addUser();
+    server.addUser();
+    server.dropUser();
+    std::thread thread([&server] { server.run(); });
+
+    EXPECT_EQ(ask(server.port(), "StopVNS", {"0"}), "-");
+    EXPECT_EQ(server.addUser(), server.port());
+    server.dropUser();
+    // Whoever has started the server is one of its users, and cannot be dropped.
+    server.dropUser();
+    EXPECT_EQ(ask(server.port(), "PrologueVNS", {"0"}), "-");
+    EXPECT_EQ(ask(server.port(), "StopVNS", {"0"}), "-");
+    thread.join();
+}
+
 TEST(MeasuringServerIdleTime, IsThatOfTheOptions)
 {
     NetServer::ServerOptions options = netTests::localOptions();

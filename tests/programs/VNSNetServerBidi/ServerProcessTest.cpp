@@ -136,6 +136,17 @@ TEST_F(ServerInBackground, OnAPortOfItsOwnHasNoOtherUsers)
     EXPECT_TRUE(ask(4464, "StopVNS"));
 }
 
+TEST_F(ServerInBackground, AtAnAddressOfItsOwnHasNoOtherUsers)
+{
+    run({"--port", "30004"});
+    const std::string line = "VNSNetServerBidi: listening on port ";
+    EXPECT_EQ(run({"--bind", "127.0.0.1"}).output, line + "4464\nstatus 0\n");
+    EXPECT_TRUE(ask(4464, "StopVNS"));
+    EXPECT_FALSE(ask(4464, "PrologueVNS"));
+    EXPECT_TRUE(ask(30004, "StopVNS"));
+    EXPECT_FALSE(ask(30004, "PrologueVNS"));
+}
+
 TEST_F(ServerInBackground, TakesAnotherPortIfTheUsualOneIsTaken)
 {
     const JoltNet::Server other("0.0.0.0", 4464);

@@ -232,6 +232,21 @@ TEST_F(TraceConfigurationTest, FileThatTakesNoMoreGivesOneLineOnStandardError)
     EXPECT_THAT(end.errors, MatchesRegex("vetra: no diagnostic trace is written: [^\n]+\n"));
 }
 
+TEST_F(TraceConfigurationTest, MayWriteToStandardErrorAndLeavesNoFile)
+{
+    const ChildEnd end = withTopic([](const TraceTopic& topic) {
+        EXPECT_FALSE(TraceConfiguration::isConfigured());
+        TraceConfiguration::initializeStandardError();
+        EXPECT_TRUE(TraceConfiguration::isConfigured());
+        topic.trace(TraceLevel::Error, "first");
+        topic.trace(TraceLevel::Error, "second");
+    });
+
+    EXPECT_THAT(end.errors, MatchesRegex("[^\n]+ error topicOfTest: first\n"
+                                         "[^\n]+ error topicOfTest: second\n"));
+    EXPECT_THAT(namesIn("."), testing::IsEmpty());
+}
+
 TEST_F(TraceConfigurationTest, ManyThreadsWriteWholeLines)
 {
     withTopic([](const TraceTopic& topic) {
