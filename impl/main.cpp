@@ -7,6 +7,7 @@ int main(int argc, char** argv)
 {
     System::openStandardStreams();
     System::surviveFileSizeLimit();
+    System::surviveLostReader();
     Basis::nameUncaughtExceptions("vetra");
     // Each line of the log keeps a descriptor until the end; a long run must still be able to start
     // its commands and write its results.

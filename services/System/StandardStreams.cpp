@@ -13,6 +13,14 @@ namespace {
 // Caught rather than ignored: what is caught is at its default again in a program that is started.
 void takeNoNotice(int) {}
 
+void survive(int signal)
+{
+    struct sigaction action {};
+    action.sa_handler = &takeNoNotice;
+    action.sa_flags = SA_RESTART;
+    ::sigaction(signal, &action, nullptr);
+}
+
 }  // namespace
 
 void openStandardStreams()
@@ -26,10 +34,12 @@ void openStandardStreams()
 
 void surviveFileSizeLimit()
 {
-    struct sigaction action {};
-    action.sa_handler = &takeNoNotice;
-    action.sa_flags = SA_RESTART;
-    ::sigaction(SIGXFSZ, &action, nullptr);
+    survive(SIGXFSZ);
+}
+
+void surviveLostReader()
+{
+    survive(SIGPIPE);
 }
 
 }  // namespace System

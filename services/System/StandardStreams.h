@@ -10,4 +10,8 @@ void openStandardStreams();
 /// written, instead of ending the process. Programs that this one starts are not affected.
 void surviveFileSizeLimit();
 
+/// Lets writing to a reader that has gone fail, instead of ending the process: a run whose terminal
+/// is lost still writes its results. Programs that this one starts are not affected.
+void surviveLostReader();
+
 }  // namespace System

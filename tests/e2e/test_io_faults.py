@@ -1,6 +1,7 @@
 """What a measurement does when something fails or ends it: one clear line, a status, no file."""
 import contextlib
 import ctypes
+import json
 import os
 import pathlib
 import random
@@ -370,6 +371,17 @@ def test_a_reader_that_goes_away_ends_the_run_without_a_file(place):
                 assert run.poll() is None
         assert finish(run) == (-signal.SIGPIPE, b"")
     assert is_empty(place)
+
+
+def test_the_tool_writes_its_results_though_its_reader_has_gone_away(place):
+    reading, writing = os.pipe()
+    os.close(reading)
+    (place / "config.json").write_text('{"tests": [{"id": 1, "class": "EvalOS"}]}')
+    with started("vetra", "-f", "config.json", stdout=writing, cwd=place) as run:
+        os.close(writing)
+        assert finish(run)[0] == 0
+    (result,) = place.glob("*EvalOS*.json")
+    assert json.loads(result.read_text())
 
 
 def limited_to(size):

@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <string>
 
 namespace {
@@ -39,6 +41,21 @@ TEST(OpenStandardStreamsDeathTest, LeavesStreamsThatAreOpen)
         endWith(true);
     };
     EXPECT_EXIT(lookAtTheErrorStream(), testing::ExitedWithCode(0), "still the terminal");
+}
+
+TEST(SurviveLostReaderDeathTest, LetsAWriteFailHereAndEndsProgramsThatAreStarted)
+{
+    const auto writeToNobody = [] {
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) != 0)
+            endWith(false);
+        ::close(ends[0]);
+        System::surviveLostReader();
+        const bool hasFailed = ::write(ends[1], "x", 1) < 0 && errno == EPIPE;
+        const int status = ::system("kill -PIPE $$");
+        endWith(hasFailed && WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE);
+    };
+    EXPECT_EXIT(writeToNobody(), testing::ExitedWithCode(0), "");
 }
 
 TEST(SurviveFileSizeLimitDeathTest, LetsAWriteFail)
