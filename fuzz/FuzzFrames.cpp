@@ -133,7 +133,7 @@ void serveOne(JoltNet::Channel& channel, Model& model)
 void serve(std::string_view bytes)
 {
     const Peer peer;
-    JoltNet::Channel channel(peer.otherEnd(), "peer", 1);
+    JoltNet::Channel channel(JoltNet::Descriptor(peer.otherEnd()), "peer", 1);
     peer.sendAll(bytes);
     Model model(bytes);
     try {
