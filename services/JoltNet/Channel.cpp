@@ -165,8 +165,10 @@ void Channel::receive(Basis::string& text, std::uint64_t length, Deadline deadli
 
 void Channel::consume(std::uint64_t length, std::span<char> firstBytes, Deadline deadline)
 {
+    Deadline due = Clock::now() + leastTransferTime;
     while (length != 0) {
         timeOut(deadline, "receive from");
+        dueTicks.store(due.time_since_epoch().count(), std::memory_order_relaxed);
         if (buffered() == 0)
             fill(channelBufferSize, deadline);
         const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(length, buffered()));
@@ -176,7 +178,17 @@ void Channel::consume(std::uint64_t length, std::span<char> firstBytes, Deadline
         firstBytes = firstBytes.subspan(kept);
         begin += count;
         length -= count;
+        due += std::chrono::microseconds(count * 1'000'000 / leastBytesPerSecond);
     }
+    dueTicks.store(0, std::memory_order_relaxed);
+}
+
+std::optional<Clock::time_point> Channel::dueTime() const
+{
+    const Clock::rep ticks = dueTicks.load(std::memory_order_relaxed);
+    if (ticks == 0)
+        return std::nullopt;
+    return Clock::time_point(Clock::duration(ticks));
 }
 
 bool Channel::isQuiet() const

@@ -2,10 +2,12 @@
 
 #include <sys/uio.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -70,6 +72,10 @@ public:
     /// Takes bytes and forgets them, but for the first ones, which it copies as far as they fit.
     void consume(std::uint64_t length, std::span<char> firstBytes, Deadline deadline);
 
+    /// When the next bytes of what is being consumed are due: 10 s, and a second for each megabyte
+    /// that has come. Nothing unless something is. From any thread.
+    std::optional<Clock::time_point> dueTime() const;
+
     /// Whether nothing has come in that nobody has asked for, the peer's end of all among it.
     bool isQuiet() const;
 
@@ -92,6 +98,7 @@ private:
     std::unique_ptr<std::byte[]> buffer;
     std::size_t begin = 0;
     std::size_t end = 0;
+    std::atomic<Clock::rep> dueTicks{0};  // of Clock, 0 for nothing
 };
 
 }  // namespace JoltNet

@@ -96,22 +96,28 @@ asio::error_code connect(asio::io_context& context, asio::ip::tcp::socket& socke
 }
 
 // Asio's own sockets do not block; a channel's does, so that each transfer is one system call. Each
-// address gets its share of what is left of the time.
+// address gets its share of what is left of the time; the first one's failure is told, which is
+// where servers of this engine listen.
 Descriptor connectedSocket(const char* host, unsigned short port)
 {
     asio::io_context context;
-    const Clock::time_point deadline = Clock::now() + connectTime;
     const std::vector<asio::ip::tcp::endpoint> addresses = addressesOf(context, host, port);
+    // A slow name service takes nothing from the peer's time.
+    const Clock::time_point deadline = Clock::now() + connectTime;
     asio::ip::tcp::socket socket(context);
     asio::error_code error = asio::error::host_not_found;
+    asio::error_code firstError;
     for (std::size_t i = 0; i < addresses.size(); ++i) {
         const auto share = (deadline - Clock::now()) / static_cast<int>(addresses.size() - i);
         error = connect(context, socket, addresses[i], std::max(share, Clock::duration(1)));
         if (!error)
             break;
+        if (i == 0)
+            firstError = error;
     }
     if (error)
-        throwSystemError(error.value(), "connect to", peerName(host, port));
+        throwSystemError(firstError ? firstError.value() : error.value(), "connect to",
+                         peerName(host, port));
     socket.native_non_blocking(false, error);
     return Descriptor(socket.release());
 }

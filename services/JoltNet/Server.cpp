@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <system_error>
+#include <tuple>
 
 #include "JoltNet/NetException.h"
 #include "JoltNet/NetTrace.h"
@@ -44,6 +45,12 @@ struct Server::Connection {
         : channel(std::move(socket), host, port)
     {
     }
+    bool isLateBy(std::chrono::seconds time) const
+    {
+        const auto due = channel.dueTime();
+        return due && Clock::now() - *due >= time;
+    }
+
     Channel channel;
     std::thread thread;
     std::int64_t lastUse = now();
@@ -120,9 +127,18 @@ void Server::run(std::chrono::seconds idleTime)
     endAll();
 }
 
-bool Server::isIdleFor(std::chrono::seconds time) const
+bool Server::isIdleFor(std::chrono::seconds time)
 {
-    return underWay == 0 && Clock::duration(now() - lastRequest) >= time;
+    return Clock::duration(now() - lastRequest) >= time && !isAnyAtWork(time);
+}
+
+bool Server::isAnyAtWork(std::chrono::seconds patience)
+{
+    const std::scoped_lock lock(mutex);
+    return underWay != 0 &&
+           std::any_of(connections.begin(), connections.end(), [&](const auto& one) {
+               return one->isInRequest && !one->isLateBy(patience);
+           });
 }
 
 // False when nothing has been asked for too long.
@@ -192,11 +208,12 @@ bool Server::makeRoom()
         if (one->isLeaving || one->hasEnded)
             continue;
         ++staying;
-        if (one->isInRequest)
+        if (one->isInRequest && !one->isLateBy(std::chrono::seconds(0)))
             continue;
-        const bool isBetter =
-            !chosen || (chosen->hasSpoken && !one->hasSpoken) ||
-            (chosen->hasSpoken == one->hasSpoken && one->lastUse < chosen->lastUse);
+        const auto rank = [](const Connection& connection) {
+            return std::tuple(connection.isInRequest, connection.hasSpoken, connection.lastUse);
+        };
+        const bool isBetter = !chosen || rank(*one) < rank(*chosen);
         if (isBetter)
             chosen = one.get();
     }

@@ -40,8 +40,11 @@ struct Answer {
 /// Threads:    handlers run on the connections' threads, several at a time.
 /// Errors:     the constructor throws NetException if it cannot listen.
 /// Limits:     256 connections. One more takes the place of the oldest that has never sent a byte,
-///             else of the one that has asked for nothing for the longest time; it is refused only
-///             if all are in a request. A request takes 10 s, and a second for each megabyte.
+///             else of the one that has asked for nothing for the longest time, else of one whose
+///             request comes in at less than 1 MB/s for 10 s; it is refused only if all are at
+///             work. A
+///             string takes 10 s, or a second for each megabyte that was announced, and a request
+///             of many strings 10 s and a second for each megabyte.
 class Server {
 public:
     using Handler = std::function<Answer(const Received&)>;
@@ -70,7 +73,8 @@ public:
     /// Begins the idle time anew.
     void touch() { lastRequest = Clock::now().time_since_epoch().count(); }
     bool isEnding() const { return isStopping; }
-    bool isIdleFor(std::chrono::seconds time) const;
+    /// A request whose bytes are overdue for as long counts for nothing.
+    bool isIdleFor(std::chrono::seconds time);
     /// Ends run. May be called from a signal handler.
     void stop() noexcept;
 
@@ -88,6 +92,7 @@ private:
     void closeListener();
     void joinEnded();
     bool makeRoom();
+    bool isAnyAtWork(std::chrono::seconds patience);
     void endAll();
 
     int listener = -1;

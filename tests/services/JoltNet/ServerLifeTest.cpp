@@ -92,6 +92,40 @@ TEST_F(ServerLife, GivesUpOneThatIsSilentWhereAllHaveSpoken)
               static_cast<std::ptrdiff_t>(sockets.size()) - 1);
 }
 
+// So much may take hours by itself.
+void announceMuchAndSayNoMore(const RawSocket& socket)
+{
+    socket.send(netTests::headerBytes("Take") +
+                netTests::frameBytes(netTests::stringKind, 0, std::uint64_t{16} << 30) + "abc");
+}
+
+TEST_F(ServerLife, RequestsThatDoNotComeLockNobodyOutForLong)
+{
+    const RunningServer running(server);
+    const std::vector<RawSocket> sockets = manyConnected();
+    for (const RawSocket& socket : sockets)
+        announceMuchAndSayNoMore(socket);
+
+    // Until all are in their request, the silent ones among them give way.
+    EXPECT_TRUE(until([&] {
+        clock.advance(std::chrono::seconds(11));
+        return isServed(connected());
+    }));
+    EXPECT_TRUE(isServed(connected()));
+}
+
+TEST_F(ServerLife, ARequestThatDoesNotComeDoesNotKeepItUp)
+{
+    const RunningServer running(server, std::chrono::minutes(15));
+    const RawSocket socket = connected();
+    announceMuchAndSayNoMore(socket);
+
+    EXPECT_TRUE(until([&] {
+        clock.advance(std::chrono::minutes(16));
+        return running.hasEnded();
+    }));
+}
+
 TEST_F(ServerLife, ListensOnAPortOfTheSystemIfItMayChoose)
 {
     EXPECT_NE(server.port(), 0);
@@ -269,9 +303,7 @@ TEST_F(ServerLife, RequestsThatDoNotComeToTheirEndHoldItUpForTenSeconds)
 {
     const RunningServer running(server);
     const RawSocket socket = connected();
-    // So much may take longer by itself.
-    socket.send(netTests::headerBytes("Take") +
-                netTests::frameBytes(netTests::stringKind, 0, std::uint64_t{16} << 30) + "abc");
+    announceMuchAndSayNoMore(socket);
     const RawSocket other = connected();
     ASSERT_TRUE(isServed(other));
     server.stop();
