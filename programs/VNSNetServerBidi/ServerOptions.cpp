@@ -31,7 +31,7 @@ bool isAddress(const std::string& text)
 bool setOption(ServerOptions& options, std::string_view name, std::string_view value)
 {
     if (name == "--bind") {
-        options.isPlaceGiven = true;
+        options.isPlaceGiven = options.isAddressGiven = true;
         options.bindAddress = value;
         return isAddress(options.bindAddress);
     }

@@ -17,6 +17,8 @@ struct ServerOptions {
     std::string bindAddress = "0.0.0.0";
     /// A place was asked for: a server that others have set up does not stand in for it.
     bool isPlaceGiven = false;
+    /// The address was: this server does not stand in for others either.
+    bool isAddressGiven = false;
     std::chrono::seconds idleTimeout{15 * 60};
 };
 

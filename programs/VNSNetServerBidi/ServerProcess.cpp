@@ -11,6 +11,7 @@
 #include <chrono>
 #include <csignal>
 #include <iostream>
+#include <stdexcept>
 
 #include "Diagnose/TraceConfiguration.h"
 #include "Diagnose/TraceTopic.h"
@@ -52,9 +53,12 @@ void setSignals()
     ::sigaction(SIGHUP, &action, nullptr);
 }
 
+// Whoever does not read the line takes the server for one that has not started.
 void say(const std::string& line)
 {
     std::cout << line << std::endl;
+    if (!std::cout)
+        throw std::runtime_error("cannot write to standard output");
 }
 
 // Whoever started this reads until all have closed their end.
@@ -129,11 +133,14 @@ void joinOrServe(const ServerOptions& options, int report)
                 if (MeasuringServer* const running = runningServer.load())
                     running->dropUser();
             });
-        const bool isLate = std::chrono::steady_clock::now() >= deadline;
-        if (!registry.isOpen() && !options.isPlaceGiven && !isLate) {
+        const bool isToWait = std::chrono::steady_clock::now() < deadline;
+        if (!registry.isOpen() && !options.isPlaceGiven && isToWait &&
+            !UserRegistry::isHeldByOther()) {
             ::poll(nullptr, 0, pauseMilliseconds);
             continue;
         }
+        if (options.isAddressGiven)
+            registry.closeAndWait();  // others may not reach it there
         MeasuringServer server(options);
         server.onLastUser([&registry] { registry.close(); });
         const RunningServer running(server, registry);

@@ -47,19 +47,38 @@ bool isOwnUser(int peer)
            credentials.uid == ::geteuid();
 }
 
+// Connected to whoever holds the name; -1 if nobody does.
+int connectToHolder()
+{
+    const int socket = makeSocket();
+    sockaddr_un address;
+    const socklen_t size = nameSocket(address);
+    if (socket < 0 || ::connect(socket, reinterpret_cast<sockaddr*>(&address), size) == 0)
+        return socket;
+    ::close(socket);
+    return -1;
+}
+
 }  // namespace
+
+bool UserRegistry::isHeldByOther()
+{
+    const int socket = connectToHolder();
+    if (socket < 0)
+        return false;
+    const bool isOther = !isOwnUser(socket);
+    ::close(socket);
+    return isOther;
+}
 
 std::optional<unsigned short> UserRegistry::joinRunning()
 {
-    const int socket = makeSocket();
+    const int socket = connectToHolder();
     if (socket < 0)
         return std::nullopt;
-    sockaddr_un address;
-    const socklen_t size = nameSocket(address);
     unsigned short port = 0;
-    const bool isJoined =
-        ::connect(socket, reinterpret_cast<sockaddr*>(&address), size) == 0 && isOwnUser(socket) &&
-        ::recv(socket, &port, sizeof port, MSG_WAITALL) == static_cast<ssize_t>(sizeof port);
+    const bool isJoined = isOwnUser(socket) && ::recv(socket, &port, sizeof port, MSG_WAITALL) ==
+                                                   static_cast<ssize_t>(sizeof port);
     ::close(socket);
     return isJoined ? std::optional(port) : std::nullopt;
 }

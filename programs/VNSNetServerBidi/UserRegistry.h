@@ -17,6 +17,9 @@ public:
     /// none or it is about to end.
     static std::optional<unsigned short> joinRunning();
 
+    /// Whether another user holds the name of this one's server: nobody can be waited for then.
+    static bool isHeldByOther();
+
     /// Makes this process the one that others join; `isOpen` says whether that has worked. `onJoin`
     /// takes one more user and returns the port, or nothing if the server is about to end; it runs
     /// on a thread of the registry.

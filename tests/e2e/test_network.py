@@ -407,6 +407,15 @@ def test_without_a_request_the_server_ends_after_its_idle_time(alone):
     until_nothing_is_left(alone)
 
 
+@pytest.mark.parametrize("words", [[], ["--foreground"]])
+def test_a_server_whose_line_nobody_can_read_does_not_stay(alone, words):
+    words = [alone.bundle / "lib" / SERVER, *words]
+    run = alone.run("sh", "-c", " ".join(map(str, words)) + " >/dev/full")
+    assert (run.status, run.stdout) == (1, b"")
+    assert run.stderr == b"VNSNetServerBidi: cannot write to standard output\n"
+    until_nothing_is_left(alone)
+
+
 def test_a_server_in_the_foreground_says_whom_it_drops(alone):
     server = alone.popen(alone.bundle / "lib" / SERVER, "--foreground")
     assert server.stdout.readline() == LISTENING.encode()

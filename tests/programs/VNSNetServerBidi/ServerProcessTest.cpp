@@ -147,6 +147,16 @@ TEST_F(ServerInBackground, AtAnAddressOfItsOwnHasNoOtherUsers)
     EXPECT_FALSE(ask(30004, "PrologueVNS"));
 }
 
+TEST_F(ServerInBackground, AtAnAddressOfItsOwnIsNoServerForOthers)
+{
+    const std::string line = "VNSNetServerBidi: listening on port ";
+    EXPECT_EQ(run({"--bind", "127.0.0.1", "--port", "30004"}).output, line + "30004\nstatus 0\n");
+    EXPECT_EQ(run({}).output, line + "4464\nstatus 0\n");
+    EXPECT_TRUE(ask(30004, "StopVNS"));
+    EXPECT_FALSE(ask(30004, "PrologueVNS"));
+    EXPECT_TRUE(ask(4464, "StopVNS"));
+}
+
 TEST_F(ServerInBackground, TakesAnotherPortIfTheUsualOneIsTaken)
 {
     const JoltNet::Server other("0.0.0.0", 4464);

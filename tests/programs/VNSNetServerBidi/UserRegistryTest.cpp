@@ -183,4 +183,25 @@ TEST_F(OtherUsers, AreNotBelieved)
     EXPECT_EQ(status, 0);
 }
 
+TEST_F(OtherUsers, AreSeenToHoldTheName)
+{
+    EXPECT_FALSE(UserRegistry::isHeldByOther());
+    {
+        const UserRegistry registry(answering(1));
+        EXPECT_FALSE(UserRegistry::isHeldByOther());
+    }
+    sockaddr_un address;
+    const socklen_t size = ownName(address);
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), size), 0);
+    // Whoever says that they listen is the one who is seen.
+    ASSERT_EQ(::seteuid(anotherUser), 0);
+    const int result = ::listen(socket, 4);
+    ASSERT_EQ(::seteuid(0), 0);
+    ASSERT_EQ(result, 0);
+
+    EXPECT_TRUE(UserRegistry::isHeldByOther());
+    ::close(socket);
+}
+
 }  // namespace
