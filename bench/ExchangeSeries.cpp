@@ -4,8 +4,8 @@
 //
 // Prints one line of JSON: the mean microseconds of an exchange, with all that the engine does for
 // it, and Mbit/s, both directions counted; and when each hundredth of the series began and ended,
-// in seconds of the monotonic clock. The first exchange connects and is not counted. Ends with 1 if an
-// exchange fails.
+// in seconds of the monotonic clock. The first exchange connects and is not counted. Ends with 1
+// if an exchange fails.
 
 #include <array>
 #include <chrono>
