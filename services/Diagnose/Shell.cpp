@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Basis/Crash.h"
+#include "Diagnose/Profiler.h"
 #include "Diagnose/Statistics.h"
 
 namespace Diagnose {
@@ -55,7 +56,8 @@ void statreg(const Words& words, std::ostream& answer)
 
 struct Families {
     std::mutex mutex;
-    std::map<std::string, CommandFamily> byName{{"statreg", &statreg}};
+    std::map<std::string, CommandFamily> byName{{"statreg", &statreg},
+                                                {"profiler", &executeProfilerCommand}};
 };
 
 Families& families()

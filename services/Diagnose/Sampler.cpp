@@ -1,0 +1,212 @@
+#include "Diagnose/Sampler.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "Diagnose/SampleRecords.h"
+#include "Diagnose/SystemError.h"
+
+namespace Diagnose {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto betweenLooksForThreads = 100ms;
+// However slow the sampling, its end is not waited for longer than that.
+constexpr auto longestSleep = 10ms;
+
+timespec toTimespec(std::chrono::steady_clock::time_point moment)
+{
+    const auto sinceStart = moment.time_since_epoch();
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceStart);
+    return {seconds.count(), std::chrono::nanoseconds(sinceStart - seconds).count()};
+}
+
+// The calling thread takes no signal until the end of its scope, nor will a thread that it starts.
+class NoSignals {
+public:
+    NoSignals()
+    {
+        sigset_t all;
+        ::sigfillset(&all);
+        ::pthread_sigmask(SIG_SETMASK, &all, &before);
+    }
+    ~NoSignals() { ::pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+    NoSignals(const NoSignals&) = delete;
+    NoSignals& operator=(const NoSignals&) = delete;
+
+private:
+    sigset_t before;
+};
+
+}  // namespace
+
+Sampler::Sampler(Samples& store, unsigned samplesPerSecond)
+    : samples(store),
+      period(std::chrono::nanoseconds(1s) / samplesPerSecond),
+      knownClears(store.clears()),
+      owner(::getpid())
+{
+    if (!threads.canBeListed())
+        throw SystemException(__FILE__, __LINE__, {ENOENT});
+    if (const int error = SampleRecords::open(); error != 0)
+        throw SystemException(__FILE__, __LINE__, {error});
+    try {
+        const NoSignals forTheThread;
+        thread = std::thread([this] { run(); });
+    } catch (const std::system_error& failure) {
+        SampleRecords::close();
+        throw SystemException(__FILE__, __LINE__, {failure.code().value()});
+    }
+    ::pthread_setname_np(thread.native_handle(), "profiler");
+}
+
+Sampler::~Sampler()
+{
+    isEnding = true;
+    if (::getpid() == owner)
+        thread.join();
+    else
+        thread.detach();
+    SampleRecords::close();
+}
+
+void Sampler::run()
+{
+    Clock::time_point turn = Clock::now();
+    Clock::time_point look = turn;
+    while (!isEnding) {
+        const Clock::time_point now = Clock::now();
+        if (now >= look) {
+            threads.refresh();
+            look = now + betweenLooksForThreads;
+        }
+        forgetIfCleared();
+        collectAll();
+        takeTurn();
+        // Turns that were missed are not made up for: they would all see the same moment.
+        turn = std::max(turn + period, now);
+        sleepUntil(turn);
+    }
+    finish();
+}
+
+void Sampler::sleepUntil(Clock::time_point moment) const
+{
+    for (Clock::time_point now = Clock::now(); now < moment && !isEnding; now = Clock::now()) {
+        const timespec end = toTimespec(std::min<Clock::time_point>(moment, now + longestSleep));
+        ::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr);
+    }
+}
+
+void Sampler::takeTurn()
+{
+    std::vector<SampledThread>& all = threads.all();
+    while (!all.empty()) {
+        if (next >= all.size())
+            next = 0;
+        SampledThread& chosen = all[next];
+        const ThreadState state = chosen.state();
+        if (state.activity == ThreadState::Activity::Gone) {
+            dropPending(chosen);
+            threads.remove(next);
+            continue;
+        }
+        ++next;
+        samples.noteThread(chosen.number, state.startTime);
+        if (state.activity == ThreadState::Activity::Running)
+            ask(chosen, {1, 0}, {});
+        else
+            ask(chosen, {0, 1}, chosen.waitChannel());
+        return;
+    }
+}
+
+void Sampler::ask(SampledThread& chosen, SampleCounts weight, std::string waitChannel)
+{
+    if (chosen.pendingChannel.empty())
+        chosen.pendingChannel = std::move(waitChannel);
+    chosen.pending += weight;
+    if (chosen.record >= 0)
+        return;
+    unsigned record = 0;
+    if (SampleRecords::ask(chosen.number, record) == SampleRecords::Answer::Asked)
+        chosen.record = static_cast<int>(record);
+    else
+        dropPending(chosen);
+}
+
+void Sampler::collect(SampledThread& asked)
+{
+    const StackCopy* const copy = SampleRecords::filled(static_cast<unsigned>(asked.record));
+    if (!copy)
+        return;
+    if (asked.pending.sum() != 0)
+        samples.add(walker.walk(*copy), asked.pending, asked.pendingChannel);
+    SampleRecords::release(static_cast<unsigned>(asked.record));
+    asked.record = -1;
+    asked.pending = {};
+    asked.pendingChannel.clear();
+}
+
+void Sampler::collectAll()
+{
+    for (SampledThread& asked : threads.all()) {
+        if (asked.record >= 0)
+            collect(asked);
+    }
+}
+
+void Sampler::forgetIfCleared()
+{
+    const unsigned clears = samples.clears();
+    if (clears == knownClears)
+        return;
+    knownClears = clears;
+    for (SampledThread& asked : threads.all()) {
+        asked.pending = {};
+        asked.pendingChannel.clear();
+    }
+}
+
+void Sampler::dropPending(SampledThread& asked)
+{
+    if (asked.record >= 0)
+        SampleRecords::withdraw(static_cast<unsigned>(asked.record));
+    samples.drop(asked.pending.sum());
+    asked.record = -1;
+    asked.pending = {};
+    asked.pendingChannel.clear();
+}
+
+bool Sampler::isAnythingPending() const
+{
+    const auto& all = threads.all();
+    return std::any_of(all.begin(), all.end(),
+                       [](const SampledThread& asked) { return asked.record >= 0; });
+}
+
+void Sampler::finish()
+{
+    const Clock::time_point end = Clock::now() + patienceAtEnd;
+    collectAll();
+    while (isAnythingPending() && Clock::now() < end) {
+        std::this_thread::sleep_for(1ms);
+        collectAll();
+    }
+    forgetIfCleared();
+    for (SampledThread& asked : threads.all()) {
+        if (asked.record >= 0)
+            dropPending(asked);
+    }
+}
+
+}  // namespace Diagnose

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <thread>
+
+#include "Diagnose/SampledThreads.h"
+#include "Diagnose/Samples.h"
+#include "Diagnose/StackWalker.h"
+
+namespace Diagnose {
+
+/// Samples the threads of this process, one a turn, on a thread of its own, from construction to
+/// destruction.
+///
+/// A turn is a weight of one for what the thread is doing: processor time if it runs or could run,
+/// wait time if it sleeps. A thread that was asked for its stack and has not answered yet, as one
+/// in a transfer of direct I/O, goes on to gain weight for the stack that will come.
+///
+/// Threads:    one sampler at a time. Its own thread has all signals blocked and takes no turn.
+/// Destructor: ends within a few milliseconds, or after `patienceAtEnd` if threads do not answer;
+///             what they gained is counted as dropped.
+class Sampler {
+public:
+    static constexpr auto patienceAtEnd = std::chrono::milliseconds(100);
+
+    /// Throws a SystemException, and leaves nothing behind, if the process cannot be sampled.
+    Sampler(Samples& store, unsigned samplesPerSecond);
+    ~Sampler();
+    Sampler(const Sampler&) = delete;
+    Sampler& operator=(const Sampler&) = delete;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void run();
+    void sleepUntil(Clock::time_point moment) const;
+    void takeTurn();
+    void ask(SampledThread& thread, SampleCounts weight, std::string waitChannel);
+    void collect(SampledThread& thread);
+    void collectAll();
+    void forgetIfCleared();
+    void dropPending(SampledThread& thread);
+    bool isAnythingPending() const;
+    void finish();
+
+    Samples& samples;
+    Clock::duration period;
+    SampledThreads threads;
+    StackWalker walker;
+    std::size_t next = 0;
+    unsigned knownClears;
+    std::atomic<bool> isEnding{false};
+    pid_t owner;  // a child that was forked has no thread to wait for
+    std::thread thread;
+};
+
+}  // namespace Diagnose
