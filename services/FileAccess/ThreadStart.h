@@ -8,15 +8,19 @@
 #include <thread>
 #include <utility>
 
+#include "Diagnose/SamplingSignal.h"
+
 namespace FileAccess {
 
-/// Blocks all signals of the calling thread until the end of its scope.
+/// Blocks all signals of the calling thread until the end of its scope, but for the one by which a
+/// profiler sees what the thread does.
 class SignalsBlocked {
 public:
     SignalsBlocked()
     {
         sigset_t all;
         ::sigfillset(&all);
+        ::sigdelset(&all, Diagnose::samplingSignal());
         ::pthread_sigmask(SIG_SETMASK, &all, &before);
     }
     ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before, nullptr); }
@@ -27,8 +31,8 @@ private:
     sigset_t before;
 };
 
-/// Starts a thread of the layer: named for tools that list threads, and with all signals blocked,
-/// so that those of the process reach its own threads.
+/// Starts a thread of the layer: named for tools that list threads, and with the signals of
+/// the process blocked, so that they reach its own threads.
 template <class Body>
 std::thread startThread(const char* kind, std::size_t number, Body body)
 {

@@ -160,21 +160,6 @@ Basis::string getHRStats()
     return {results().f_HRStats, &fsperfAllocator()};
 }
 
-int runTests(CCmdOptions& options, _SFSStatistics& stats)
-{
-    CFileAccessRequestHandler handler;
-    announce(options, "Running tests", '*');
-    if (!handler.init(options))
-        return runInitFailed;
-    if (isTalkative(options))
-        std::cout << "Starting tests..." << std::endl;
-    const int code = runPhases(options, handler, stats);
-    if (code == runSucceeded && isTalkative(options))
-        std::cout << "Tests completed." << std::endl;
-    handler.cleanup(options);
-    return code;
-}
-
 bool testInitialWrite(const CCmdOptions& options, CFileAccessRequestHandler& handler,
                       _SFSStatistics& stats)
 {
@@ -221,3 +206,20 @@ bool testRead(const CCmdOptions& options, CFileAccessRequestHandler& handler, _S
 }
 
 }  // namespace vetraTests
+
+// Stays a frame of its own, so that a profile can be cut to it.
+[[gnu::noinline]] int runTests(vetraTests::CCmdOptions& options, vetraTests::_SFSStatistics& stats)
+{
+    using namespace vetraTests;
+    CFileAccessRequestHandler handler;
+    announce(options, "Running tests", '*');
+    if (!handler.init(options))
+        return runInitFailed;
+    if (isTalkative(options))
+        std::cout << "Starting tests..." << std::endl;
+    const int code = runPhases(options, handler, stats);
+    if (code == runSucceeded && isTalkative(options))
+        std::cout << "Tests completed." << std::endl;
+    handler.cleanup(options);
+    return code;
+}

@@ -33,9 +33,16 @@ Basis::string getSummaryReport();
 Basis::string getJSONStats();
 Basis::string getHRStats();
 
+}  // namespace vetraTests
+
 /// Runs the phases initial write, overwrite and read, as far as the options ask for them, and then
-/// cleans up. Returns a RunCode.
-int runTests(CCmdOptions& options, _SFSStatistics& stats);
+/// cleans up. Returns a RunCode. Outside of the namespace, since profiles of the engine's own
+/// thread are cut to "runTests".
+int runTests(vetraTests::CCmdOptions& options, vetraTests::_SFSStatistics& stats);
+
+namespace vetraTests {
+
+using ::runTests;
 
 // One phase each: latency before throughput, as m_measurements says. False after a message on
 // standard error.
