@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -47,13 +48,28 @@ bool isOwnUser(int peer)
            credentials.uid == ::geteuid();
 }
 
+// A call that a signal interrupts is made anew: sockets with a time-out do not go on by themselves.
+template <class Call>
+ssize_t uninterrupted(Call call)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(patience.tv_sec);
+    ssize_t result = 0;
+    do {
+        result = call();
+    } while (result < 0 && errno == EINTR && std::chrono::steady_clock::now() < deadline);
+    return result;
+}
+
 // Connected to whoever holds the name; -1 if nobody does.
 int connectToHolder()
 {
     const int socket = makeSocket();
     sockaddr_un address;
     const socklen_t size = nameSocket(address);
-    if (socket < 0 || ::connect(socket, reinterpret_cast<sockaddr*>(&address), size) == 0)
+    if (socket < 0 ||
+        uninterrupted([&] {
+            return ssize_t{::connect(socket, reinterpret_cast<sockaddr*>(&address), size)};
+        }) == 0)
         return socket;
     ::close(socket);
     return -1;
@@ -77,8 +93,9 @@ std::optional<unsigned short> UserRegistry::joinRunning()
     if (socket < 0)
         return std::nullopt;
     unsigned short port = 0;
-    const bool isJoined = isOwnUser(socket) && ::recv(socket, &port, sizeof port, MSG_WAITALL) ==
-                                                   static_cast<ssize_t>(sizeof port);
+    const auto receive = [&] { return ::recv(socket, &port, sizeof port, MSG_WAITALL); };
+    const bool isJoined =
+        isOwnUser(socket) && uninterrupted(receive) == static_cast<ssize_t>(sizeof port);
     ::close(socket);
     return isJoined ? std::optional(port) : std::nullopt;
 }
@@ -139,7 +156,8 @@ void UserRegistry::answer(int peer) const
     if (!isOwnUser(peer))
         return;
     const std::optional<unsigned short> port = join();
-    if (port && ::send(peer, &*port, sizeof *port, MSG_NOSIGNAL) != sizeof *port && leave)
+    const auto send = [&] { return ::send(peer, &*port, sizeof *port, MSG_NOSIGNAL); };
+    if (port && uninterrupted(send) != sizeof *port && leave)
         leave();
 }
 

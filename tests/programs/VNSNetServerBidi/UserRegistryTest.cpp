@@ -1,6 +1,8 @@
 #include "programs/VNSNetServerBidi/UserRegistry.h"
 
 #include <gmock/gmock.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -11,6 +13,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "tests/programs/VNSNetServerBidi/OwnNetwork.h"
 
@@ -122,6 +125,31 @@ TEST_F(UserRegistryTest, LivesOnIfSomebodyJoinsAndGoes)
     }
 
     EXPECT_EQ(UserRegistry::joinRunning(), 1);
+}
+
+std::atomic<int> interruptions{0};
+
+// As a profiler would: a signal that asks for calls to go on, which those with a time-out do not.
+TEST_F(UserRegistryTest, IsJoinedThoughSignalsInterruptTheOneWhoJoins)
+{
+    struct sigaction before {};
+    struct sigaction action {};
+    action.sa_handler = [](int) { ++interruptions; };
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGUSR1, &action, &before);
+    const pthread_t joiner = ::pthread_self();
+    const UserRegistry registry([joiner]() -> Port {
+        for (int i = 0; i < 20; ++i) {
+            const int known = interruptions;
+            ::pthread_kill(joiner, SIGUSR1);
+            while (interruptions == known)
+                std::this_thread::yield();
+        }
+        return 4464;
+    });
+
+    EXPECT_EQ(UserRegistry::joinRunning(), 4464);
+    ::sigaction(SIGUSR1, &before, nullptr);
 }
 
 class OtherUsers : public UserRegistryTest {
