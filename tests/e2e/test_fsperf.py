@@ -104,11 +104,13 @@ def test_more_than_fits_is_refused_with_both_numbers(directory):
     assert list(directory.iterdir()) == []
 
 
-def test_a_profile_fails_as_a_command_that_fails(directory):
-    run = fsperf(*SMALL, "-p", "all:prof", directory)
-    assert run.returncode == 1
-    assert b"ERROR clearing profiler: " in run.stderr
-    assert list(directory.iterdir()) == []
+@pytest.mark.parametrize("mode", ["off", "all", "main", "trigger", "submit", "completion"])
+def test_a_run_can_be_profiled_in_every_mode(directory, tmp_path, mode):
+    run = fsperf("-m", "all", *SMALL, "-o", "json", "-p", f"{mode}:{tmp_path}/prof", directory)
+    assert (run.returncode, run.stderr) == (0, b"")
+    assert float(json.loads(run.stdout)["Read"]["Throughput"]["IoThroughput"]) > 0
+    written = {path.name for path in tmp_path.glob("prof*")}
+    assert written == (set() if mode == "off" else {"prof-cpu.dot", "prof-wait.dot"})
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
