@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <fstream>
 #include <iostream>
 
 #include "FileAccess/FileFunctions.h"
@@ -14,6 +13,16 @@ namespace Vetra {
 namespace {
 
 constexpr unsigned ownerOnly = 0600;
+
+// What cannot be written is lost without a word.
+void writeFile(const string& path, bool isToAppend, std::string_view text)
+{
+    const FileAccess::FileDescriptor file = FileAccess::fileCreate(path, isToAppend);
+    if (file == FileAccess::INVALID_FILE_DESCRIPTOR)
+        return;
+    FileAccess::fileWriteAll(file, text);
+    ::close(file);
+}
 
 }  // namespace
 
@@ -55,13 +64,12 @@ void VetraHelper::writeToTrace(TRACE_TYPE type, const char* message)
     // A pipe without a reader would hold the run.
     if (probe == FileAccess::INVALID_FILE_DESCRIPTOR && !FileAccess::isOrdinaryOrAbsent(path))
         return;
-    std::ofstream file(path.c_str(), probe == FileAccess::INVALID_FILE_DESCRIPTOR
-                                         ? std::ios_base::out
-                                         : std::ios_base::app);
+    Basis::ostringstream line = Basis::outputStream(allocator);
     if (type == TRACE_ERROR)
-        file << time << " TRACE ERROR: " << message << std::endl;
+        line << time << " TRACE ERROR: " << message << '\n';
     else if (type == TRACE_INFO)
-        file << time << " TRACE INFO: " << message << std::endl;
+        line << time << " TRACE INFO: " << message << '\n';
+    writeFile(path, probe != FileAccess::INVALID_FILE_DESCRIPTOR, line.view());
 }
 
 void VetraHelper::runTests(UserConfig& config, TestMap& tests)
@@ -123,11 +131,8 @@ string VetraHelper::writeTestResultToFile(double id, string& outputDir, string& 
     writeToTrace(TRACE_INFO, "Writing output to:");
     writeToTrace(TRACE_INFO, path.c_str());
 
-    // A path with a NUL would name another file to the kernel.
-    if (path.find('\0') == string::npos) {
-        std::ofstream file(path.c_str());
-        file << result << std::endl;
-    }
+    const string text = string(result, &allocator).append("\n");
+    writeFile(path, false, text);
     return path;
 }
 

@@ -1,4 +1,5 @@
 #include "Basis/Crash.h"
+#include "System/Environment.h"
 #include "System/ResourceLimits.h"
 #include "System/StandardStreams.h"
 #include "impl/vetra.h"
@@ -6,6 +7,7 @@
 int main(int argc, char** argv)
 {
     System::openStandardStreams();
+    System::Environment::dropWhatSteersCommands();
     System::surviveFileSizeLimit();
     System::surviveLostReader();
     Basis::nameUncaughtExceptions("vetra");

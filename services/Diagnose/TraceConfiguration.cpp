@@ -1,6 +1,7 @@
 #include "Diagnose/TraceConfiguration.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <spdlog/logger.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
@@ -14,6 +15,7 @@
 #include <utility>
 
 #include "Basis/Crash.h"
+#include "System/TrustedOpen.h"
 
 namespace Diagnose {
 
@@ -60,13 +62,30 @@ void giveUp(TraceFile& file, const std::string& reason)
     std::cerr << "vetra: no diagnostic trace is written: " << reason << std::endl;
 }
 
+// The library opens files by their names; so this one is opened first, and then by its number.
+spdlog::sink_ptr fileSink(const std::string& path)
+{
+    const int file = System::openThroughTrustedLinks(path, O_WRONLY | O_CREAT | O_APPEND, 0666);
+    if (file < 0)
+        throw spdlog::spdlog_ex("Failed opening file " + path + " for writing", errno);
+    const std::string name = "/proc/self/fd/" + std::to_string(file);
+    try {
+        auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(name);
+        ::close(file);
+        return sink;
+    } catch (...) {
+        ::close(file);
+        throw;
+    }
+}
+
 void openFile(TraceFile& file)
 {
     spdlog::sink_ptr sink;
     if (file.path.empty())
         sink = std::make_shared<spdlog::sinks::stderr_sink_mt>();
     else
-        sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(file.path);
+        sink = fileSink(file.path);
     file.logger = std::make_unique<spdlog::logger>("trace", std::move(sink));
     file.logger->set_pattern("%Y-%m-%d %H:%M:%S.%f [%t] %l %v");
     file.logger->set_level(spdlog::level::trace);

@@ -15,6 +15,7 @@
 #include "FileAccess/FileFunctions.h"
 #include "FileAccess/FileSystem.h"
 #include "FileAccess/ProcessEnd.h"
+#include "System/TrustedOpen.h"
 
 namespace FileAccess {
 
@@ -215,14 +216,15 @@ int AsyncFileFactory::openDescriptor(const std::string& path, bool& isDirect)
 {
     const int flags = O_RDWR | O_CREAT | O_CLOEXEC;
     const auto mode = static_cast<mode_t>(permissions);
-    const int descriptor = ::open(path.c_str(), flags | (isDirect ? O_DIRECT : 0), mode);
+    const int descriptor =
+        System::openThroughTrustedLinks(path, flags | (isDirect ? O_DIRECT : 0), mode);
     // Where no file could be made for the probe, the refusal comes only now.
     if (descriptor >= 0 || !isDirect || errno != EINVAL)
         return descriptor;
     isDirect = false;
     const std::scoped_lock held(mutex);
     goOnCached(std::string("the opening of a file: ") + std::strerror(EINVAL));
-    return ::open(path.c_str(), flags, mode);
+    return System::openThroughTrustedLinks(path, flags, mode);
 }
 
 std::shared_ptr<File> AsyncFileFactory::makeFile(const std::string& path, int descriptor,

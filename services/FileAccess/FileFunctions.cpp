@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "System/TrustedOpen.h"
+
 namespace FileAccess {
 
 namespace {
@@ -44,7 +46,10 @@ FileDescriptor fileOpen(std::string_view path, int mode, unsigned permissions, u
     const std::string terminated(path);
     FileDescriptor descriptor = -1;
     do {
-        descriptor = ::open(terminated.c_str(), openFlags, static_cast<mode_t>(permissions));
+        descriptor = mode == readExisting
+                         ? ::open(terminated.c_str(), openFlags)
+                         : System::openThroughTrustedLinks(terminated, openFlags,
+                                                           static_cast<mode_t>(permissions));
     } while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0)
         return INVALID_FILE_DESCRIPTOR;
@@ -75,6 +80,23 @@ bool fileReadAll(FileDescriptor descriptor, Basis::string& content)
         }
         used += static_cast<std::size_t>(count);
     }
+}
+
+FileDescriptor fileCreate(std::string_view path, bool isToAppend)
+{
+    const int flags = O_WRONLY | O_CREAT | (isToAppend ? O_APPEND : O_TRUNC);
+    return System::openThroughTrustedLinks(path, flags, 0666);
+}
+
+bool fileWriteAll(FileDescriptor descriptor, std::string_view content)
+{
+    while (!content.empty()) {
+        const ssize_t count = ::write(descriptor, content.data(), content.size());
+        if (count < 0 && errno != EINTR)
+            return false;
+        content.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
+    }
+    return true;
 }
 
 bool isOrdinaryOrAbsent(std::string_view path)

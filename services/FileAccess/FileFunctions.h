@@ -23,6 +23,7 @@ enum FileFlags : unsigned {
 /// Opens a file and returns its descriptor, which the caller owns, or INVALID_FILE_DESCRIPTOR with
 /// the reason in errno.
 ///
+/// Where others may write, it is not opened for writing through a link that one of them owns.
 /// A directory is refused with EISDIR in either mode, as is, when writing, a pipe that nobody
 /// reads: the call never waits for a peer on the writing side. `permissions` are those that a
 /// created file would get; neither mode creates one, so `created` comes back false.
@@ -32,6 +33,15 @@ FileDescriptor fileOpen(std::string_view path, int mode, unsigned permissions, u
 /// Replaces `content` by all that is left to read. False if reading failed before the end; what had
 /// been read is then there.
 bool fileReadAll(FileDescriptor descriptor, Basis::string& content);
+
+/// Opens a file for writing that is made if it is missing, with the rights that the umask leaves.
+/// What it holds is cut off, or kept to be appended to. Where others may write, no link is followed
+/// that one of them owns. Returns a descriptor that the caller owns and that programs do not
+/// inherit, or INVALID_FILE_DESCRIPTOR with the reason in errno.
+FileDescriptor fileCreate(std::string_view path, bool isToAppend);
+
+/// Writes all of it; false if some could not be written.
+bool fileWriteAll(FileDescriptor descriptor, std::string_view content);
 
 /// True if a file of that name can be written without waiting for anybody: it is a regular or a
 /// character file, or missing. Opening a pipe would wait for its reader.
