@@ -9,6 +9,18 @@ function(_vetra_common target)
     # The same bytes wherever the tree lies.
     target_compile_options(${target} PRIVATE -ffile-prefix-map=${CMAKE_BINARY_DIR}=build
         -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+    # Tests do things for whose results nobody asks. Static programs lie at fixed addresses, since
+    # the archive of libunwind does.
+    if(VETRA_HARDENED AND NOT CMAKE_CURRENT_SOURCE_DIR MATCHES "^${PROJECT_SOURCE_DIR}/(tests|bench)")
+        target_compile_options(${target} PRIVATE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2
+            -fstack-protector-strong -fstack-clash-protection
+            $<IF:$<BOOL:${VETRA_STATIC}>,-fno-pie,-fPIE>)
+        target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now,-z,noexecstack
+            $<IF:$<BOOL:${VETRA_STATIC}>,-static,-pie>)
+    endif()
+    if(VETRA_STATIC)
+        target_compile_definitions(${target} PRIVATE VETRA_STATIC)
+    endif()
     if(VETRA_SANITIZERS)
         target_compile_options(${target} PRIVATE -fsanitize=${VETRA_SANITIZERS}
             -fno-sanitize-recover=all)
@@ -45,16 +57,35 @@ function(vetra_library name)
     endif()
 endfunction()
 
-# vetra_program(NAME SOURCES file... USES library...)
+# Splits the debug data of a static program off into debug/ of the build directory. The table of
+# symbols stays: the profiler reads it.
+function(_vetra_split_debug_data target)
+    set(apart ${CMAKE_BINARY_DIR}/debug/${target}.debug)
+    add_custom_command(TARGET ${target} POST_BUILD
+        COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/debug
+        COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${apart}
+        COMMAND ${CMAKE_STRIP} --strip-debug $<TARGET_FILE:${target}>
+        COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${apart} $<TARGET_FILE:${target}>
+        VERBATIM)
+endfunction()
+
+# vetra_program(NAME SOURCES file... USES library... [SUBDIRECTORY folder])
 #
-# A program of the operator's directory, built into bin/. It is writable for its owner, since the
-# tool opens its scanner for reading and writing before it runs it.
+# A program of the operator's directory, built into bin/ or a folder of it. It is writable for its
+# owner, since the tool opens its scanner for reading and writing before it runs it.
 function(vetra_program name)
-    cmake_parse_arguments(arg "" "" "SOURCES;USES" ${ARGN})
+    cmake_parse_arguments(arg "" "SUBDIRECTORY" "SOURCES;USES" ${ARGN})
     add_executable(${name} ${arg_SOURCES})
     _vetra_common(${name})
     target_link_libraries(${name} PRIVATE ${arg_USES})
-    install(TARGETS ${name} RUNTIME DESTINATION . PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+    if(VETRA_STATIC)
+        _vetra_split_debug_data(${name})
+    endif()
+    if(arg_SUBDIRECTORY)
+        set_target_properties(${name} PROPERTIES
+            RUNTIME_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${arg_SUBDIRECTORY})
+    endif()
+    install(TARGETS ${name} RUNTIME DESTINATION ./${arg_SUBDIRECTORY} PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
         GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 endfunction()
 

@@ -1,6 +1,7 @@
 #include "JoltNet/Engine.h"
 
 #include <fcntl.h>
+#include <nss.h>
 
 #include <algorithm>
 #include <asio.hpp>
@@ -52,10 +53,20 @@ std::unique_ptr<Channel> takeWarm(std::string_view host, unsigned short port)
     return channel;
 }
 
+// The C library finds names through plug-ins of the host, which belong to the host's own C library:
+// a program that brings its own must not load them.
+void findNamesWithoutPlugIns()
+{
+#ifdef VETRA_STATIC
+    [[maybe_unused]] static const int once = ::__nss_configure_lookup("hosts", "files dns");
+#endif
+}
+
 // Servers of this engine listen on IPv4 only.
 std::vector<asio::ip::tcp::endpoint> addressesOf(asio::io_context& context, const char* host,
                                                  unsigned short port)
 {
+    findNamesWithoutPlugIns();
     asio::error_code error;
     asio::ip::tcp::resolver resolver(context);
     const auto found = resolver.resolve(host, std::to_string(port),

@@ -37,6 +37,16 @@ def _enter():
     _mount("none", "/", None, MS_REC | MS_PRIVATE)
 
 
+def enter_namespace():
+    """Gives the calling process mounts of its own."""
+    _enter()
+
+
+def bind_tree(source, target):
+    """Shows a tree, with what is mounted in it, at another place."""
+    _mount(source, target, None, MS_BIND | MS_REC)
+
+
 def _succeeds(action):
     """Runs action in a child of its own, as it may leave this process's namespace."""
     child = os.fork()
