@@ -131,7 +131,8 @@ string VetraHelper::writeTestResultToFile(double id, string& outputDir, string& 
     writeToTrace(TRACE_INFO, "Writing output to:");
     writeToTrace(TRACE_INFO, path.c_str());
 
-    const string text = string(result, &allocator).append("\n");
+    string text(result, &allocator);
+    text.append("\n");
     writeFile(path, false, text);
     return path;
 }

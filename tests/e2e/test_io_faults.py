@@ -380,7 +380,7 @@ def test_the_tool_writes_its_results_though_its_reader_has_gone_away(place):
     with started("vetra", "-f", "config.json", stdout=writing, cwd=place) as run:
         os.close(writing)
         assert finish(run)[0] == 0
-    (result,) = place.glob("*EvalOS*.json")
+    (result,) = place.glob("test_*_EvalOS")
     assert json.loads(result.read_text())
 
 

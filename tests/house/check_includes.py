@@ -66,7 +66,7 @@ FOREIGN_OWNERS = {
 SYSTEM_DIRECTORIES = ("sys/", "linux/", "net/", "netinet/", "arpa/", "asm/", "ext/")
 SYSTEM_HEADERS = {name + ".h" for name in """
     aio assert cpuid ctype cxxabi dirent dlfcn elf errno execinfo fcntl fenv fnmatch ftw getopt glob
-    grp ifaddrs immintrin inttypes langinfo libgen limits link locale malloc math mntent netdb poll
+    grp ifaddrs immintrin inttypes langinfo libgen limits link locale malloc math mntent netdb nss poll
     pthread pwd regex resolv sched semaphore setjmp signal spawn stdarg stddef stdint stdio stdlib
     string strings syscall sysexits syslog termios time ucontext unistd utime wait wchar wordexp
     x86intrin
