@@ -21,16 +21,25 @@ using Actions = Basis::vector<std::string_view>;
 
 constexpr int usageStatus = 64;
 
-// Leads std::cout to where std::cerr goes, as long as it lives.
+// Leads std::cout to where std::cerr goes, as long as it lives. To change the buffer clears what
+// the stream knows of failures, so that is kept.
 class OutputSetAside {
 public:
-    OutputSetAside() : usualBuffer(std::cout.rdbuf(std::cerr.rdbuf())) {}
-    ~OutputSetAside() { std::cout.rdbuf(usualBuffer); }
+    OutputSetAside()
+        : usualState(std::cout.rdstate()), usualBuffer(std::cout.rdbuf(std::cerr.rdbuf()))
+    {
+    }
+    ~OutputSetAside()
+    {
+        std::cout.rdbuf(usualBuffer);
+        std::cout.setstate(usualState);
+    }
 
     OutputSetAside(const OutputSetAside&) = delete;
     OutputSetAside& operator=(const OutputSetAside&) = delete;
 
 private:
+    std::ios_base::iostate usualState;
     std::streambuf* usualBuffer;
 };
 
@@ -140,9 +149,9 @@ int runFrontEnd(int argc, const char* const* argv, const FactGatherer& gather)
     if (line.request == Request::Usage)
         return printUsage(std::cerr, usageStatus, *domain);
     if (line.request == Request::Help)
-        return printUsage(std::cout, 0, *domain);
+        return checkedOutput(printUsage(std::cout, 0, *domain));
     if (line.request == Request::Version)
-        return printVersion();
+        return checkedOutput(printVersion());
 
     Checks checks(gather, *domain);
     return checkedOutput(line.asJson ? printJson(checks, line.actions, *domain)

@@ -27,15 +27,24 @@ bool startsWithCode(std::string_view text)
            Basis::startsWith(text.substr(beforeCode.size() + 1), behindCode);
 }
 
-std::size_t lastCodeSeparator(std::string_view text)
+// The only message that holds a text of the host: it begins with the value.
+constexpr std::string_view itemThatRepeatsItsValue = "appliancetype";
+
+// Where the value ends: at the last separator, or at the last one whose message is in order.
+std::size_t endOfValueIn(std::string_view text, bool isValueRepeated)
 {
     std::size_t last = std::string_view::npos;
+    std::size_t lastInOrder = std::string_view::npos;
     for (std::size_t at = text.find(beforeCode); at != std::string_view::npos;
          at = text.find(beforeCode, at + 1)) {
-        if (startsWithCode(text.substr(at)))
-            last = at;
+        if (!startsWithCode(text.substr(at)))
+            continue;
+        last = at;
+        const std::string_view message = text.substr(at + codeSeparatorSize);
+        if (isValueRepeated && !message.empty() && Basis::startsWith(message, text.substr(0, at)))
+            lastInOrder = at;
     }
-    return last;
+    return lastInOrder == std::string_view::npos ? last : lastInOrder;
 }
 
 void appendMember(Basis::string& json, std::string_view name, std::string_view text,
@@ -62,7 +71,8 @@ std::optional<Record> splitRecord(std::string_view text)
     if (endOfItem == std::string_view::npos)
         return std::nullopt;
     const std::string_view rest = text.substr(endOfItem + fieldSeparator.size());
-    const std::size_t endOfValue = lastCodeSeparator(rest);
+    const std::size_t endOfValue =
+        endOfValueIn(rest, text.substr(0, endOfItem) == itemThatRepeatsItsValue);
     if (endOfValue == std::string_view::npos)
         return std::nullopt;
     return Record{text.substr(0, endOfItem), rest.substr(0, endOfValue),

@@ -19,7 +19,8 @@ struct Record {
 /// The fields view `text`.
 ///
 /// Records escape nothing, so this is the best that can be had: a value may hold either separator,
-/// an item the first one never, and a message that holds the second one is cut there.
+/// an item the first one never, and a message that holds the second one is cut there. The message
+/// of "appliancetype" may hold it, since it begins with the value: it is cut where that is so.
 std::optional<Record> splitRecord(std::string_view text);
 
 /// The JSON object of a record. Bytes that are no UTF-8 become U+FFFD.

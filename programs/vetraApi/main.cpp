@@ -6,6 +6,7 @@
 int main(int argc, char** argv)
 {
     System::openStandardStreams();
+    System::surviveLostReader();
     System::Environment::dropWhatSteersCommands();
     Basis::nameUncaughtExceptions("vetraApi");
     return VetraApi::runFrontEnd(argc, argv,

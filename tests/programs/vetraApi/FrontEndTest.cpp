@@ -11,6 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Version/Version.h"
@@ -69,6 +70,38 @@ protected:
     CapturedStream out{std::cout};
     CapturedStream err{std::cerr};
 };
+
+// Takes nothing the first time, and all that comes later.
+class FailsOnce : public std::stringbuf {
+protected:
+    std::streamsize xsputn(const char* text, std::streamsize size) override
+    {
+        return std::exchange(hasFailed, true) ? std::stringbuf::xsputn(text, size) : 0;
+    }
+
+private:
+    bool hasFailed = false;
+};
+
+TEST_F(VetraApiFrontEnd, RemembersARecordThatCouldNotBeWritten)
+{
+    FailsOnce buffer;
+    std::streambuf* const usual = std::cout.rdbuf(&buffer);
+    const int status = run({"CHECK_THP", "CHECK_HYPERVISOR"});
+    std::cout.rdbuf(usual);
+    EXPECT_EQ(status, 74);
+}
+
+TEST_F(VetraApiFrontEnd, SaysThatHelpAndVersionCouldNotBeWritten)
+{
+    for (const char* flag : {"-h", "-v"}) {
+        FailsOnce buffer;
+        std::streambuf* const usual = std::cout.rdbuf(&buffer);
+        const int status = run({flag});
+        std::cout.rdbuf(usual);
+        EXPECT_EQ(status, 74) << flag;
+    }
+}
 
 TEST_F(VetraApiFrontEnd, PrintsOneRecordPerActionInTheOrderGiven)
 {

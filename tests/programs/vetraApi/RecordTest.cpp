@@ -60,6 +60,18 @@ TEST(VetraApiSplitRecord, AValueMayHoldWhatLooksLikeACode)
     expectFields("('a','',4,'',0,'')", "a", "',4,'", 0, "");
 }
 
+TEST(VetraApiSplitRecord, AMessageThatRepeatsTheValueDoesNotChangeTheCode)
+{
+    for (const std::string value : {"", "Rack", "Rack',0,'X1", "',0,'", "a',0,'a", "',0,'',0,'"}) {
+        const std::string message = value + " is not";
+        const std::string rest = "','" + value + "',4,'" + message + "')";
+        expectFields("('appliancetype" + rest, "appliancetype", value, 4, message);
+    }
+    expectFields("('appliancetype','x',0,'')", "appliancetype", "x", 0, "");
+    // Elsewhere a value that looks so is a value.
+    expectFields("('a','x',0,'x',4,'no')", "a", "x',0,'x", 4, "no");
+}
+
 TEST(VetraApiSplitRecord, AMessageThatEndsLikeACodeIsNotCutByItsOwnClosingQuote)
 {
     expectFields("('a','b',4,'c',1,')", "a", "b", 4, "c',1,");
