@@ -25,6 +25,8 @@ constexpr const char* backupTable =
 string versionText(Basis::Allocator& allocator)
 {
     Basis::ostringstream text = Basis::outputStream(allocator);
+    // A piece that the build did not supply is left out.
+    text.exceptions(std::ios_base::goodbit);
     text << "fsperf-" << zdbver_version() << " (" << zdbver_compiledate() << ")";
     return text.str();
 }

@@ -8,6 +8,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <functional>
+#include <iostream>
+#include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -70,10 +74,23 @@ bool isOfKernel(int link)
     return ::fstatfs(link, &place) == 0 && place.f_type == procFileSystem;
 }
 
+// Whoever chose the path has to know why nothing is written there.
+void sayThatALinkIsRefused(std::string_view path)
+{
+    static std::mutex mutex;
+    static std::set<std::string, std::less<>> said;
+    constexpr std::size_t most = 64;
+    const std::scoped_lock lock(mutex);
+    if (said.size() < most && said.emplace(path).second) {
+        std::cerr << "vetra: " << path << " is not written: it leads through a symbolic link of "
+                  << "another user, in a directory that others may write to" << std::endl;
+    }
+}
+
 class Walk {
 public:
     Walk(std::string_view path, int openFlags, mode_t openMode)
-        : rest(path), flags(openFlags | O_CLOEXEC), mode(openMode), directory(-1)
+        : whole(path), rest(path), flags(openFlags | O_CLOEXEC), mode(openMode), directory(-1)
     {
     }
 
@@ -161,6 +178,7 @@ private:
             return false;
         }
         if (!mayFollow(directory.number(), link.number())) {
+            sayThatALinkIsRefused(whole);
             errno = EACCES;
             return false;
         }
@@ -176,6 +194,7 @@ private:
         return rest.front() != '/' || begin();
     }
 
+    std::string_view whole;
     std::string rest;
     int flags;
     mode_t mode;

@@ -10,7 +10,8 @@ namespace System {
 ///
 /// In a directory that users other than the process's own and root may write to, no symbolic link
 /// is followed that such a user owns, at any place of the path: it fails with EACCES. The kernel's
-/// own protection looks at sticky directories alone, and is switched off on many hosts.
+/// own protection looks at sticky directories alone, and is switched off on many hosts. One line on
+/// standard error says so, once for a path.
 ///
 /// Returns a descriptor that is closed on exec and owned by the caller, or -1 with errno set: what
 /// open(2) sets, EINVAL for an empty path and one that holds a NUL. Of `flags`, O_CLOEXEC is

@@ -61,6 +61,7 @@ def test_a_result_goes_through_no_link_of_another_user(shared):
     link_of_somebody(shared / "results", "../elsewhere")
     done = vetra(shared.parent, shared / "results")
     assert done.returncode == 0 and b"Writing output to " in done.stdout
+    assert b"is not written: it leads through a symbolic link of another user" in done.stderr
     assert not list((shared.parent / "elsewhere").iterdir())
     (shared / "results").unlink()
     (shared / "results").symlink_to("../elsewhere")
