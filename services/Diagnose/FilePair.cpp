@@ -39,6 +39,8 @@ public:
     {
         if (!isGone)
             ::unlink(name.c_str());
+        if (!kept.empty())
+            ::unlink(kept.c_str());
     }
     Sibling(const Sibling&) = delete;
     Sibling& operator=(const Sibling&) = delete;
@@ -58,6 +60,9 @@ public:
         isExchanged = isThere && rename(RENAME_EXCHANGE) == 0;
         if (isExchanged)
             return;
+        // Not every file system exchanges.
+        if (isThere && ::link(wanted.path.c_str(), (name + "o").c_str()) == 0)
+            kept = name + "o";
         if (rename(0) != 0)
             refuseToWrite(wanted.path, errno);
         isGone = true;
@@ -67,8 +72,10 @@ public:
     {
         if (isExchanged)
             rename(RENAME_EXCHANGE);
-        else
+        else if (kept.empty())
             ::unlink(wanted.path.c_str());
+        else if (::rename(kept.c_str(), wanted.path.c_str()) == 0)
+            kept.clear();
     }
 
 private:
@@ -76,9 +83,11 @@ private:
 
     int create()
     {
+        const std::string directory = wanted.path.substr(0, wanted.path.rfind('/') + 1);
         for (int attempt = 0; attempt < mostAttempts; ++attempt) {
+            // Short, whatever is wanted: a name may be as long as the file system allows.
             name =
-                wanted.path + ".new-" + std::to_string(::getpid()) + "-" + std::to_string(attempt);
+                directory + ".vetra-" + std::to_string(::getpid()) + "-" + std::to_string(attempt);
             descriptor = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
             if (descriptor >= 0 || errno != EEXIST)
                 return descriptor >= 0 ? 0 : errno;
@@ -109,6 +118,7 @@ private:
 
     const WantedFile& wanted;
     std::string name;
+    std::string kept;  // a second name of the old file
     int descriptor = -1;
     bool isThere = false;
     bool isExchanged = false;

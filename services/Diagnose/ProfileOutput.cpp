@@ -99,16 +99,18 @@ std::vector<std::string> titleOf(std::string_view what, const ProfileGraph& grap
                                  const std::string& function)
 {
     const double seconds = std::chrono::duration<double>(circumstances.duration).count();
-    const std::string rate = circumstances.samplesPerSecond == 0
-                                 ? "at several rates"
-                                 : fmt::format("at {} a second", circumstances.samplesPerSecond);
+    std::string rate = fmt::format(" at {} a second", circumstances.samplesPerSecond);
+    if (circumstances.samplesPerSecond == 0)
+        rate = circumstances.duration.count() == 0 ? "" : " at several rates";
     const SampleCounts& counted = circumstances.summary.counted;
     std::vector<std::string> title{
         std::string(what),
-        fmt::format("{} samples in {:.2f} s {}; in all {} of processor time, {} of wait time",
+        fmt::format("{} samples in {:.2f} s{}; in all {} of processor time, {} of wait time",
                     graph.allSamples, seconds, rate, counted.processor, counted.wait),
         fmt::format("{} threads, {} samples dropped", circumstances.summary.threads,
                     circumstances.summary.dropped)};
+    if (circumstances.summary.missed != 0)
+        title.back() += fmt::format(", {} turns missed", circumstances.summary.missed);
     if (!function.empty())
         title.push_back(fmt::format("{} and below: {} of {} samples kept", function, graph.samples,
                                     graph.allSamples));

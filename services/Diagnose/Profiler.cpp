@@ -101,7 +101,10 @@ void Profiler::stop(std::ostream& answer)
     const Samples::Summary summary = samples->summary();
     answer << summary.counted.processor << " samples of processor time and " << summary.counted.wait
            << " of wait time from " << summary.threads << " threads, " << summary.dropped
-           << " dropped\n";
+           << " dropped";
+    if (summary.missed != 0)
+        answer << ", " << summary.missed << " turns missed";
+    answer << '\n';
 }
 
 void sayWhatWasWritten(const std::string& path, const ProfileGraph& graph, std::ostream& answer)

@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
-#include <memory>
 #include <utility>
 
 namespace Diagnose {
@@ -90,16 +90,9 @@ std::string SampledThread::waitChannel() const
     return text == "0" ? std::string() : std::string(text);
 }
 
-SampledThreads::SampledThreads()
-    : directory(::open("/proc/self/task", O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+SampledThreads::SampledThreads() : listing(::opendir("/proc/self/task"), &::closedir)
 {
     threads.reserve(mostThreads);
-}
-
-SampledThreads::~SampledThreads()
-{
-    if (directory >= 0)
-        ::close(directory);
 }
 
 bool SampledThreads::knows(pid_t number) const
@@ -108,31 +101,35 @@ bool SampledThreads::knows(pid_t number) const
                        [number](const SampledThread& thread) { return thread.number == number; });
 }
 
-void SampledThreads::add(pid_t number)
+// False if it is there and cannot be looked at.
+bool SampledThreads::add(pid_t number)
 {
+    const int directory = ::dirfd(listing.get());
     const std::string name = std::to_string(number);
     const int stat = ::openat(directory, (name + "/stat").c_str(), O_RDONLY | O_CLOEXEC);
     if (stat < 0)
-        return;
+        return errno == ENOENT || errno == ESRCH;
     const int channel = ::openat(directory, (name + "/wchan").c_str(), O_RDONLY | O_CLOEXEC);
     threads.emplace_back(number, stat, channel);
+    return true;
 }
 
 void SampledThreads::refresh()
 {
-    const int copy = ::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, int (*)(DIR*)> listing(copy < 0 ? nullptr : ::fdopendir(copy),
-                                                      &::closedir);
     if (!listing)
         return;
+    ::rewinddir(listing.get());
+    unseenCount = 0;
     const pid_t self = ::gettid();
     while (const dirent* const entry = ::readdir(listing.get())) {
         const std::string_view name(entry->d_name);
         pid_t number = 0;
         if (std::from_chars(name.data(), name.data() + name.size(), number).ec != std::errc())
             continue;
-        if (number != self && threads.size() < mostThreads && !knows(number))
-            add(number);
+        if (number == self || knows(number))
+            continue;
+        if (threads.size() == mostThreads || !add(number))
+            ++unseenCount;
     }
 }
 

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <dirent.h>
 #include <sys/types.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,23 +56,25 @@ public:
     static constexpr std::size_t mostThreads = 1024;
 
     SampledThreads();
-    ~SampledThreads();
     SampledThreads(const SampledThreads&) = delete;
     SampledThreads& operator=(const SampledThreads&) = delete;
 
     /// False where the kernel's lists cannot be read.
-    bool canBeListed() const { return directory >= 0; }
+    bool canBeListed() const { return listing != nullptr; }
     /// Adds the threads that have come since. Those that have gone stay until they are removed.
     void refresh();
+    /// How many there were at the last look for whose files there was no room.
+    std::size_t unseen() const { return unseenCount; }
     std::vector<SampledThread>& all() { return threads; }
     const std::vector<SampledThread>& all() const { return threads; }
     void remove(std::size_t position);
 
 private:
     bool knows(pid_t number) const;
-    void add(pid_t number);
+    bool add(pid_t number);
 
-    int directory;
+    std::unique_ptr<DIR, int (*)(DIR*)> listing;  // open all the time: later there may be no room
+    std::size_t unseenCount = 0;
     std::vector<SampledThread> threads;
 };
 

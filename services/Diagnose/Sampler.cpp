@@ -84,16 +84,15 @@ void Sampler::run()
     Clock::time_point turn = Clock::now();
     Clock::time_point look = turn;
     while (!isEnding) {
-        const Clock::time_point now = Clock::now();
-        if (now >= look) {
+        if (Clock::now() >= look) {
             threads.refresh();
-            look = now + betweenLooksForThreads;
+            look = Clock::now() + betweenLooksForThreads;
         }
         forgetIfCleared();
         collectAll();
         takeTurn();
-        // Turns that were missed are not made up for: they would all see the same moment.
-        turn = std::max(turn + period, now);
+        turn += period;
+        turn += period * countMissedTurns(turn);
         sleepUntil(turn);
     }
     finish();
@@ -107,12 +106,27 @@ void Sampler::sleepUntil(Clock::time_point moment) const
     }
 }
 
+// Turns that were missed are not made up for, since they would all see the same moment.
+Sampler::Clock::rep Sampler::countMissedTurns(Clock::time_point due)
+{
+    const auto missed = std::max<Clock::rep>((Clock::now() - due) / period, 0);
+    if (missed != 0)
+        samples.miss(static_cast<std::uint64_t>(missed));
+    return missed;
+}
+
 void Sampler::takeTurn()
 {
     std::vector<SampledThread>& all = threads.all();
-    while (!all.empty()) {
-        if (next >= all.size())
+    while (!all.empty() || threads.unseen() != 0) {
+        if (next >= all.size() + threads.unseen())
             next = 0;
+        if (next >= all.size()) {
+            // A thread that cannot be looked at has its turn all the same.
+            ++next;
+            samples.drop(1);
+            return;
+        }
         SampledThread& chosen = all[next];
         const ThreadState state = chosen.state();
         if (state.activity == ThreadState::Activity::Gone) {

@@ -37,6 +37,7 @@ private:
     void run();
     void sleepUntil(Clock::time_point moment) const;
     void takeTurn();
+    Clock::rep countMissedTurns(Clock::time_point due);
     void ask(SampledThread& thread, SampleCounts weight, std::string waitChannel);
     void collect(SampledThread& thread);
     void collectAll();

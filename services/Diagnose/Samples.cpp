@@ -16,6 +16,12 @@ void Samples::drop(std::uint64_t samples)
     dropped += samples;
 }
 
+void Samples::miss(std::uint64_t turns)
+{
+    const std::scoped_lock lock(mutex);
+    missed += turns;
+}
+
 void Samples::noteThread(pid_t thread, std::uint64_t startTime)
 {
     const std::scoped_lock lock(mutex);
@@ -27,6 +33,7 @@ void Samples::clear()
     const std::scoped_lock lock(mutex);
     table.clear();
     dropped = 0;
+    missed = 0;
     threads.clear();
     ++clearCount;
 }
@@ -40,7 +47,7 @@ unsigned Samples::clears() const
 Samples::Summary Samples::summary() const
 {
     const std::scoped_lock lock(mutex);
-    return {table.total(), dropped, threads.size()};
+    return {table.total(), dropped, threads.size(), missed};
 }
 
 std::vector<StackTable::Stack> Samples::stacks() const

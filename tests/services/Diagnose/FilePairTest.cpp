@@ -86,7 +86,7 @@ TEST_F(FilePair, ReplacesALinkAndNotWhatItPointsTo)
 
 TEST_F(FilePair, DoesNotUseANameThatSomebodyHasTaken)
 {
-    const std::string taken = "a.new-" + std::to_string(::getpid()) + "-0";
+    const std::string taken = ".vetra-" + std::to_string(::getpid()) + "-0";
     writeFile("precious", "kept");
     std::filesystem::create_symlink("precious", taken);
 
@@ -95,6 +95,19 @@ TEST_F(FilePair, DoesNotUseANameThatSomebodyHasTaken)
     EXPECT_EQ(contentOf("precious"), "kept");
     EXPECT_EQ(contentOf("a"), "one");
     EXPECT_TRUE(std::filesystem::is_symlink(taken));
+}
+
+TEST_F(FilePair, MayHaveNamesAsLongAsTheFileSystemAllows)
+{
+    const std::string first(255, 'a');
+    const std::string second(255, 'b');
+    writeFile(first, "old");
+
+    writeBoth({first, "one"}, {second, "two"});
+
+    EXPECT_EQ(contentOf(first), "one");
+    EXPECT_EQ(contentOf(second), "two");
+    EXPECT_THAT(namesIn("."), ElementsAre(first, second));
 }
 
 TEST_F(FilePair, LeavesNothingIfTheDirectoryOfOneIsMissing)

@@ -90,10 +90,9 @@ TEST_F(InterruptedCalls, FutexGoesOn)
         {"futex",
          [&] { return ::syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0); },
          [&] {
-             word = 1;
-             // Not until it sleeps, or it is told that the word has changed.
+             // Not before it sleeps: at the end of a sample it may be about to do so again.
              while (::syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0) == 0)
-                 word = 0;
+                 std::this_thread::yield();
          },
          0});
 }

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <semaphore.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <string>
@@ -109,6 +110,32 @@ TEST(SampledThreads, AddThoseThatHaveComeAndKeepTheOthersOnce)
 
     EXPECT_EQ(timesListed(threads, first.number), 1);
     EXPECT_EQ(timesListed(threads, second.number), 1);
+}
+
+TEST(SampledThreads, CountThoseThatCannotBeLookedAt)
+{
+    sem_t mayEnd;
+    ::sem_init(&mayEnd, 0, 0);
+    std::thread other([&] { ::sem_wait(&mayEnd); });
+    SampledThreads threads;
+    rlimit usual{};
+    ::getrlimit(RLIMIT_NOFILE, &usual);
+    // What is open stays open, and no more can be opened.
+    const rlimit none{0, usual.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    threads.refresh();
+    const std::size_t unseen = threads.unseen();
+    const std::size_t seen = threads.all().size();
+    ::setrlimit(RLIMIT_NOFILE, &usual);
+    threads.refresh();
+
+    EXPECT_EQ(seen, 0U);
+    EXPECT_GE(unseen, 1U);
+    EXPECT_EQ(threads.unseen(), 0U);
+    EXPECT_EQ(threads.all().size(), unseen);
+    ::sem_post(&mayEnd);
+    other.join();
+    ::sem_destroy(&mayEnd);
 }
 
 TEST(SampledThreads, KnowWhereAThreadSleeps)
