@@ -76,30 +76,22 @@ std::optional<std::string_view> valueOf(std::string_view config, std::string_vie
     return std::nullopt;
 }
 
-struct Decimal {
-    unsigned long value = 0;  // the largest there is for a number beyond 64 bits
-    bool isExact = false;     // digits and nothing else, and not beyond 64 bits
-};
-
-Decimal decimalOf(std::string_view text)
+// The digits at the beginning: 0 if there are none, the largest number for one beyond 64 bits.
+unsigned long decimalOf(std::string_view text)
 {
-    Decimal number;
-    const char* const end = text.data() + text.size();
-    const auto [behind, error] = std::from_chars(text.data(), end, number.value);
-    if (error == std::errc::result_out_of_range)
-        number.value = std::numeric_limits<unsigned long>::max();
-    number.isExact = error == std::errc() && behind == end;
-    return number;
+    unsigned long number = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+    return result.ec == std::errc::result_out_of_range ? std::numeric_limits<unsigned long>::max()
+                                                       : number;
 }
 
 bool numbersMatch(std::string_view inForce, std::string_view wanted, const Basis::string& word)
 {
-    const Decimal actual = decimalOf(inForce);
-    const Decimal expected = wanted.empty() ? Decimal{0, true} : decimalOf(wanted);
-    if (actual.isExact && expected.isExact && actual.value == expected.value)
+    const unsigned long actual = decimalOf(inForce);
+    if (actual == decimalOf(wanted))
         return true;
-    std::cerr << "Parameter value \"" << actual.value
-              << "\" in file factory does not match specified" << std::endl
+    std::cerr << "Parameter value \"" << actual << "\" in file factory does not match specified"
+              << std::endl
               << "value for parameter \"" << word << "\"" << std::endl;
     return false;
 }
