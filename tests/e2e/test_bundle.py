@@ -70,7 +70,8 @@ def run_all(host, prepare=None):
     said = {}
     for words in (["./vetra", "-v"], ["./vetra", "-f", "config.json"], ["./vetraApi", "CHECK_THP"],
                   ["./scanhypervisorCheck"], ["./lib/VNSNetServerBidi", "--version"],
-                  ["./fsperf", "-m", "all", "-b", "4K", "-f", "1M", "-o", "json", "/tmp"]):
+                  ["./fsperf", "-m", "all", "-b", "4K", "-f", "1M", "-o", "json", "-p", "all:prof",
+                   "/tmp"]):
         said[" ".join(words)] = host.run(*words, prepare=prepare)
     return said
 
@@ -82,6 +83,7 @@ def assert_all_have_run(host, said):
     assert said["./vetra -v"].stdout.startswith(b"vetra-")
     assert b"EvalOS run OK." in said["./vetra -f config.json"].stdout
     assert only_result(host)
+    assert (host.root / "vetra" / "prof-cpu.dot").read_text().startswith("digraph ")
     assert b'"Latency":{' in said[next(w for w in said if w.startswith("./fsperf"))].stdout
 
 
