@@ -10,6 +10,7 @@
 
 #include "Diagnose/Shell.h"
 #include "Diagnose/SystemError.h"
+#include "System/TrustedOpen.h"
 
 namespace Diagnose {
 
@@ -88,7 +89,7 @@ private:
             // Short, whatever is wanted: a name may be as long as the file system allows.
             name =
                 directory + ".vetra-" + std::to_string(::getpid()) + "-" + std::to_string(attempt);
-            descriptor = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            descriptor = System::openThroughTrustedLinks(name, O_WRONLY | O_CREAT | O_EXCL, 0666);
             if (descriptor >= 0 || errno != EEXIST)
                 return descriptor >= 0 ? 0 : errno;
         }

@@ -89,6 +89,17 @@ def test_a_link_in_the_place_of_an_old_data_file_is_removed_and_not_followed(sha
     assert not list(shared.iterdir())
 
 
+def test_graphs_are_written_through_no_link_of_another_user(shared):
+    (shared.parent / "elsewhere").mkdir()
+    link_of_somebody(shared / "graphs", "../elsewhere")
+    place = shared.parent / "data"
+    place.mkdir()
+    done = run("fsperf", "-m", "throughput", "-t", "initial_write", "-b", "4K", "-f", "1M", "-p",
+               "all:shared/graphs/prof", place, cwd=shared.parent)
+    assert done.returncode == 1 and b"Permission denied" in done.stderr
+    assert not list((shared.parent / "elsewhere").iterdir())
+
+
 STEERING = {"BASH_ENV": "x", "ENV": "x", "CDPATH": "x", "GREP_OPTIONS": "x", "GREP_COLOR": "1",
             "LD_BIND_NOW": "x", "LD_LIBRARY_PATH": "/nowhere"}
 
