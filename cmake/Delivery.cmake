@@ -1,6 +1,11 @@
 # What an operator is given: the install tree, and the archive and packages made of it.
 
 install(FILES README.md DESTINATION . RENAME README)
+# What it refers to, for those who have no tree.
+foreach(page configuration facts profiler result-files rules security troubleshooting)
+    install(FILES docs/${page}.md DESTINATION docs)
+endforeach()
+install(FILES docs/profiler-example.svg DESTINATION docs)
 file(GLOB manual_pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.8)
 install(FILES ${manual_pages} DESTINATION man/man8)
 

@@ -47,7 +47,7 @@ def only_result(host):
 
 def test_it_holds_what_an_operator_copies(bundle):
     assert sorted(path.name for path in bundle.iterdir()) == sorted(
-        ["LICENSES", "README", "envprofile.sh", "examples", "fsperf", "lib", "man",
+        ["LICENSES", "README", "docs", "envprofile.sh", "examples", "fsperf", "lib", "man",
          "scanhypervisorCheck", "vetra", "vetraApi"])
     assert [path.name for path in (bundle / "lib").iterdir()] == ["VNSNetServerBidi"]
     assert len(list((bundle / "examples").iterdir())) == 4
