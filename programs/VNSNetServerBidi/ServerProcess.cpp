@@ -75,12 +75,12 @@ void closeStandardStreams()
         ::close(nothing);
 }
 
-bool joinRunning(const ServerOptions& options)
+bool joinRunning(const ServerOptions& options, bool& isHeldByOther)
 {
     // Who asks for a place of their own gets a server of their own.
     if (options.isPlaceGiven)
         return false;
-    const std::optional<unsigned short> port = UserRegistry::joinRunning();
+    const std::optional<unsigned short> port = UserRegistry::joinRunning(isHeldByOther);
     if (port)
         say("VNSNetServerBidi: one more user of the server that listens on port " +
             std::to_string(*port));
@@ -122,7 +122,8 @@ void serve(MeasuringServer& server, bool isForeground, int report)
 void joinOrServe(const ServerOptions& options, int report)
 {
     const auto deadline = std::chrono::steady_clock::now() + turnTime;
-    while (!isToEnd && !joinRunning(options)) {
+    bool isHeldByOther = false;
+    while (!isToEnd && !joinRunning(options, isHeldByOther)) {
         // The name is taken before the port: of two that start at once, one joins the other.
         UserRegistry registry(
             []() -> std::optional<unsigned short> {
@@ -134,8 +135,7 @@ void joinOrServe(const ServerOptions& options, int report)
                     running->dropUser();
             });
         const bool isToWait = std::chrono::steady_clock::now() < deadline;
-        if (!registry.isOpen() && !options.isPlaceGiven && isToWait &&
-            !UserRegistry::isHeldByOther()) {
+        if (!registry.isOpen() && !options.isPlaceGiven && isToWait && !isHeldByOther) {
             ::poll(nullptr, 0, pauseMilliseconds);
             continue;
         }

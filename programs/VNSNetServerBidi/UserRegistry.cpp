@@ -77,25 +77,17 @@ int connectToHolder()
 
 }  // namespace
 
-bool UserRegistry::isHeldByOther()
+std::optional<unsigned short> UserRegistry::joinRunning(bool& isHeldByOther)
 {
-    const int socket = connectToHolder();
-    if (socket < 0)
-        return false;
-    const bool isOther = !isOwnUser(socket);
-    ::close(socket);
-    return isOther;
-}
-
-std::optional<unsigned short> UserRegistry::joinRunning()
-{
+    isHeldByOther = false;
     const int socket = connectToHolder();
     if (socket < 0)
         return std::nullopt;
     unsigned short port = 0;
     const auto receive = [&] { return ::recv(socket, &port, sizeof port, MSG_WAITALL); };
+    isHeldByOther = !isOwnUser(socket);
     const bool isJoined =
-        isOwnUser(socket) && uninterrupted(receive) == static_cast<ssize_t>(sizeof port);
+        !isHeldByOther && uninterrupted(receive) == static_cast<ssize_t>(sizeof port);
     ::close(socket);
     return isJoined ? std::optional(port) : std::nullopt;
 }

@@ -14,11 +14,15 @@ namespace NetServer {
 class UserRegistry {
 public:
     /// Registers one more user with the server that runs already. Its port, or nothing if there is
-    /// none or it is about to end.
-    static std::optional<unsigned short> joinRunning();
-
-    /// Whether another user holds the name of this one's server: nobody can be waited for then.
-    static bool isHeldByOther();
+    /// none or it is about to end. `isHeldByOther` becomes true if another user holds the name:
+    /// nobody can be waited for then. (To look at that with a connection of its own would register
+    /// one more user with a server that has come meanwhile.)
+    static std::optional<unsigned short> joinRunning(bool& isHeldByOther);
+    static std::optional<unsigned short> joinRunning()
+    {
+        bool isHeldByOther = false;
+        return joinRunning(isHeldByOther);
+    }
 
     /// Makes this process the one that others join; `isOpen` says whether that has worked. `onJoin`
     /// takes one more user and returns the port, or nothing if the server is about to end; it runs
