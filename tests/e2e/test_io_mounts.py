@@ -20,6 +20,8 @@ WORDS = {"ext4": ("Yes", "Yes"), "xfs": ("Yes", "Yes"), "btrfs": ("Yes", "No"),
 DIRECTIONS = ("Initial", "Overwrite", "Read")
 # Figures are printed with six digits.
 PRINTED = 1e-5
+# Six digits are up to 5e-6 off; a figure and the two that it follows from, three times that.
+PRINTED_THRICE = 1.51e-5
 CLOCKS_AGREE = 0.03
 ATTEMPTS = 3
 
@@ -72,7 +74,8 @@ def check_throughput(figures):
     figure = {name: float(text) for name, text in figures.items()}
     transferred, triggered = figure["IoThroughput"], figure["TriggerThroughput"]
     assert transferred > 0
-    assert figure["RatioTriggerTime2IOTime"] == pytest.approx(transferred / triggered, rel=PRINTED)
+    assert figure["RatioTriggerTime2IOTime"] == pytest.approx(transferred / triggered,
+                                                              rel=PRINTED_THRICE)
     # The caller has handed over all requests before the last of them can have ended.
     assert triggered >= transferred
     assert figure["AsyncSubmitThroughput"] > 0 and figure["SyncSubmitThroughput"] == 0
