@@ -1,8 +1,11 @@
 #include "Diagnose/Profiler.h"
 
+#include <pthread.h>
+
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <sstream>
 #include <string>
 
@@ -23,6 +26,10 @@ namespace {
 class Profiler {
 public:
     void execute(const ProfilerCommand& command, std::ostream& answer);
+
+    /// Waits for the present command and turn; no other begins before `goOn`.
+    void holdStill();
+    void goOn();
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -57,6 +64,20 @@ void Profiler::execute(const ProfilerCommand& command, std::ostream& answer)
         case ProfilerCommand::Verb::Print:
             return print(command, answer);
     }
+}
+
+void Profiler::holdStill()
+{
+    mutex.lock();
+    if (sampler)
+        sampler->holdStill();
+}
+
+void Profiler::goOn()
+{
+    if (sampler)
+        sampler->goOn();
+    mutex.unlock();
 }
 
 void Profiler::clear(std::ostream& answer)
@@ -124,13 +145,39 @@ void Profiler::print(const ProfilerCommand& command, std::ostream& answer)
     sayWhatWasWritten(command.waitFile, output.wait, answer);
 }
 
+// Never destroyed: a sampler may run until the end of the process.
+Profiler& theProfiler()
+{
+    static Profiler* const profiler = new Profiler;
+    return *profiler;
+}
+
+void holdStill()
+{
+    theProfiler().holdStill();
+}
+
+void goOn()
+{
+    theProfiler().goOn();
+}
+
+// A child that was forked in the middle of a turn would wait for ever for what the sampler's thread
+// had locked, in here or in the library that walks, since it has no such thread. A failure is that
+// of memory.
+bool standsStillDuringForks()
+{
+    return ::pthread_atfork(&holdStill, &goOn, &goOn) == 0;
+}
+
 }  // namespace
 
 void executeProfilerCommand(const std::vector<std::string>& words, std::ostream& answer)
 {
-    // Never destroyed: a sampler may run until the end of the process.
-    static Profiler* const profiler = new Profiler;
-    profiler->execute(ProfilerCommand::read(words), answer);
+    static const bool isForkable = standsStillDuringForks();
+    if (!isForkable)
+        throw std::bad_alloc();
+    theProfiler().execute(ProfilerCommand::read(words), answer);
 }
 
 }  // namespace Diagnose

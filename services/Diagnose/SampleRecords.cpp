@@ -149,6 +149,15 @@ int makeRecords()
     return 0;
 }
 
+// A child that was forked has records of threads that it does not have, and no handler at work.
+void takeBackWhatParentAskedFor()
+{
+    if (owner == 0 || owner == ::getpid())
+        return;
+    for (unsigned number = 0; number < SampleRecords::count; ++number)
+        SampleRecords::release(number);
+}
+
 // The record given back last is the first to be taken: its memory is still in the caches.
 Record* takeFree(unsigned& number)
 {
@@ -175,6 +184,7 @@ int SampleRecords::open()
     ::sigaction(samplingSignal(), nullptr, &before);
     if (before.sa_handler != SIG_DFL)
         return EBUSY;
+    takeBackWhatParentAskedFor();
     owner = ::getpid();
     struct sigaction action {};
     action.sa_sigaction = &handleSamplingSignal;

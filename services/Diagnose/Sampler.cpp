@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "Diagnose/SampleRecords.h"
 #include "Diagnose/SystemError.h"
@@ -75,8 +76,15 @@ Sampler::~Sampler()
     if (::getpid() == owner)
         thread.join();
     else
-        thread.detach();
+        forgetThread();
     SampleRecords::close();
+}
+
+// The memory that the handle stands for was its stack, and may be gone.
+void Sampler::forgetThread()
+{
+    static std::vector<std::thread>* const forgotten = new std::vector<std::thread>;
+    forgotten->push_back(std::move(thread));
 }
 
 void Sampler::run()
@@ -84,18 +92,26 @@ void Sampler::run()
     Clock::time_point turn = Clock::now();
     Clock::time_point look = turn;
     while (!isEnding) {
-        if (Clock::now() >= look) {
-            threads.refresh();
-            look = Clock::now() + betweenLooksForThreads;
-        }
-        forgetIfCleared();
-        collectAll();
-        takeTurn();
-        turn += period;
-        turn += period * countMissedTurns(turn);
+        work(turn, look);
         sleepUntil(turn);
     }
+    const std::scoped_lock lock(atWork);
     finish();
+}
+
+// The turn that is due and, now and then, a look for other threads.
+void Sampler::work(Clock::time_point& turn, Clock::time_point& look)
+{
+    const std::scoped_lock lock(atWork);
+    if (Clock::now() >= look) {
+        threads.refresh();
+        look = Clock::now() + betweenLooksForThreads;
+    }
+    forgetIfCleared();
+    collectAll();
+    takeTurn();
+    turn += period;
+    turn += period * countMissedTurns(turn);
 }
 
 void Sampler::sleepUntil(Clock::time_point moment) const

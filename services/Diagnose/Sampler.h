@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <mutex>
 #include <thread>
 
 #include "Diagnose/SampledThreads.h"
@@ -21,6 +22,8 @@ namespace Diagnose {
 /// Threads:    one sampler at a time. Its own thread has all signals blocked and takes no turn.
 /// Destructor: ends within a few milliseconds, or after `patienceAtEnd` if threads do not answer;
 ///             what they gained is counted as dropped.
+/// Fork:       a child has the sampler but not its thread. Who forks between `holdStill` and `goOn`
+///             leaves the child nothing that this thread had locked or half changed.
 class Sampler {
 public:
     static constexpr auto patienceAtEnd = std::chrono::milliseconds(100);
@@ -31,10 +34,17 @@ public:
     Sampler(const Sampler&) = delete;
     Sampler& operator=(const Sampler&) = delete;
 
+    /// Waits for the end of the present turn; there is no other before `goOn`, which the same
+    /// thread calls, or in a child the copy of it.
+    void holdStill() { atWork.lock(); }
+    void goOn() { atWork.unlock(); }
+
 private:
     using Clock = std::chrono::steady_clock;
 
+    void forgetThread();
     void run();
+    void work(Clock::time_point& turn, Clock::time_point& look);
     void sleepUntil(Clock::time_point moment) const;
     void takeTurn();
     Clock::rep countMissedTurns(Clock::time_point due);
@@ -53,7 +63,8 @@ private:
     std::size_t next = 0;
     unsigned knownClears;
     std::atomic<bool> isEnding{false};
-    pid_t owner;  // a child that was forked has no thread to wait for
+    std::mutex atWork;  // held by the thread unless it sleeps
+    pid_t owner;        // a child that was forked has no thread to wait for
     std::thread thread;
 };
 

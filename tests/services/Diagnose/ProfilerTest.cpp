@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -198,6 +199,52 @@ TEST_F(Profiler, OfAForkedProcessEndsWithoutAThread)
 
     EXPECT_THAT(end.output, MatchesRegex(std::string(stopped) + "0"));
     EXPECT_TRUE(isHandled());
+}
+
+// What the child of a process does that is forked while its sampler is in the middle of something.
+// A wait for what only the sampler would have given back ends in SIGALRM.
+unitTests::ChildEnd inChildOfSampled(const std::function<void()>& work)
+{
+    return unitTests::inChild([&] {
+        ::alarm(60);
+        work();
+    });
+}
+
+TEST_F(Profiler, OfAForkedProcessEndsWhateverItsSamplerWasDoing)
+{
+    run("profiler start -r 10000");
+    burn(20);
+    for (int i = 0; i < 200; ++i) {
+        const auto end = inChildOfSampled([] { std::cout << run("profiler stop") << isHandled(); });
+        ASSERT_EQ(end.signal, 0) << "child " << i;
+        ASSERT_THAT(end.output, MatchesRegex(std::string(stopped) + "0"));
+    }
+    EXPECT_THAT(run("profiler stop"), MatchesRegex(stopped));
+}
+
+TEST_F(Profiler, OfAForkedProcessCanBeStartedAgain)
+{
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the thread sanitizer allows a forked process no threads";
+#endif
+    run("profiler start -r 10000");
+    burn(20);
+    for (int i = 0; i < 20; ++i) {
+        const auto end = inChildOfSampled([] {
+            run("profiler stop");
+            run("profiler clear");
+            std::string answer;
+            do {
+                run("profiler start -r 10000");
+                burn(20);
+                answer = run("profiler stop");
+            } while (answer.starts_with("0 samples"));
+            std::cout << answer << isHandled();
+        });
+        ASSERT_EQ(end.signal, 0) << "child " << i;
+        ASSERT_THAT(end.output, MatchesRegex(std::string(stopped) + "0"));
+    }
 }
 
 TEST_F(Profiler, AddsUpTheSamplesOfSeveralPeriods)
