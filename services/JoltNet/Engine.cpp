@@ -8,6 +8,7 @@
 #include <mutex>
 #include <vector>
 
+#include "JoltNet/EverySecond.h"
 #include "JoltNet/NetException.h"
 
 namespace JoltNet {
@@ -24,12 +25,22 @@ struct State {
     unsigned short highestPort = 0;
     std::shared_ptr<config::Configuration> configuration;
     std::vector<std::unique_ptr<Channel>> warm;
+    EverySecond closing;  // of the channels that nobody uses; ends before what it looks at
 };
 
 State& state()
 {
     static State instance;
     return instance;
+}
+
+// Channels that were not used for their time, or that the peer has closed.
+void dropUseless(State& engine)
+{
+    const Clock::time_point oldest = Clock::now() - warmTime;
+    std::erase_if(engine.warm, [&](const auto& channel) {
+        return channel->lastUse < oldest || !channel->isQuiet();
+    });
 }
 
 // A warm channel to the peer that the peer has not closed; null if there is none.
@@ -39,10 +50,7 @@ std::unique_ptr<Channel> takeWarm(std::string_view host, unsigned short port)
     const std::scoped_lock lock(engine.mutex);
     if (!engine.isReady || port > engine.highestPort)
         throwProtocolError("the engine is not ready for", peerName(host, port));
-    const Clock::time_point oldest = Clock::now() - warmTime;
-    std::erase_if(engine.warm, [&](const auto& channel) {
-        return channel->lastUse < oldest || !channel->isQuiet();
-    });
+    dropUseless(engine);
     const auto found = std::find_if(
         engine.warm.begin(), engine.warm.end(),
         [&](const auto& channel) { return channel->port() == port && channel->host() == host; });
@@ -146,12 +154,18 @@ bool Engine::initialize(std::shared_ptr<config::Configuration> configuration,
     engine.highestPort = highestPort;
     engine.warm.reserve(maxWarmChannels);
     engine.isReady = true;
+    // Without it they are closed by the next request.
+    engine.closing.start([&engine] {
+        const std::scoped_lock again(engine.mutex);
+        dropUseless(engine);
+    });
     return true;
 }
 
 void Engine::terminate()
 {
     State& engine = state();
+    engine.closing.stop();
     const std::scoped_lock lock(engine.mutex);
     engine.warm.clear();
     engine.configuration.reset();

@@ -10,7 +10,8 @@ namespace JoltNet {
 /// The client side of the process: connects to peers and keeps channels warm between requests.
 ///
 /// A channel is kept for 30 s without use, and only if the exchange on it was complete. Connecting
-/// takes 5 s at most and tries all addresses of a name. Threads: any.
+/// takes 5 s at most and tries all addresses of a name.
+/// Threads: any. One of the engine's own closes what was kept long enough, within a second or so.
 class Engine {
 public:
     /// Makes the engine ready; false if it already is. The number bounds the ports that requests

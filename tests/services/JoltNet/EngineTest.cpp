@@ -190,6 +190,17 @@ TEST_F(WarmChannels, AreKeptForThirtySecondsWithoutUse)
     EXPECT_EQ(peer.connections(), 2);
 }
 
+TEST_F(WarmChannels, AreClosedThoughNoOtherRequestFollows)
+{
+    netTests::ShiftedClock clock;
+    const ScriptedPeer peer(answering(all));
+    exchange(peer.port());
+
+    clock.advance(std::chrono::seconds(31));
+
+    EXPECT_TRUE(until([&] { return peer.closedConnections() == 1; }));
+}
+
 TEST_F(WarmChannels, AreNotKeptAfterAFailure)
 {
     const ScriptedPeer peer(answering(all, netTests::receiptBytes(1)));
