@@ -97,8 +97,8 @@ function(vetra_test name)
     cmake_parse_arguments(arg "" "" "SOURCES;USES" ${ARGN})
     add_executable(${name} ${arg_SOURCES})
     _vetra_common(${name})
-    # What is tested is built as operators get it. The tests themselves need no optimisation, which
-    # would take half the time of a whole run.
+    # The libraries and programs are built as operators get them. The tests themselves need no
+    # optimisation, which would take half the time of a whole run.
     target_compile_options(${name} PRIVATE -O0)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
     target_link_libraries(${name} PRIVATE ${arg_USES} GTest::gmock GTest::gtest_main)

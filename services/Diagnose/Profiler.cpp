@@ -30,6 +30,8 @@ public:
     /// Waits for the present command and turn; no other begins before `goOn`.
     void holdStill();
     void goOn();
+    /// Instead of `goOn`, in a child that was forked.
+    void endInChild();
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -77,6 +79,17 @@ void Profiler::goOn()
 {
     if (sampler)
         sampler->goOn();
+    mutex.unlock();
+}
+
+// The child has what was sampled so far, but nobody who goes on with it.
+void Profiler::endInChild()
+{
+    if (sampler) {
+        sampler->endInChild();
+        sampler.reset();
+        finished += Clock::now() - startedAt;
+    }
     mutex.unlock();
 }
 
@@ -162,19 +175,21 @@ void goOn()
     theProfiler().goOn();
 }
 
-// A child that was forked in the middle of a turn would wait for ever for what the sampler's thread
-// had locked, in here or in the library that walks, since it has no such thread. A failure is that
-// of memory.
-bool standsStillDuringForks()
+void endInChild()
 {
-    return ::pthread_atfork(&holdStill, &goOn, &goOn) == 0;
+    theProfiler().endInChild();
 }
+
+// A child that was forked in the middle of a turn would wait for ever for what the sampler's thread
+// had locked, in here or in the library that walks, since it has no such thread. This is said before
+// the first command, as a fork that is under way calls what was there when it began. A failure is
+// that of memory.
+const bool isForkable = ::pthread_atfork(&holdStill, &goOn, &endInChild) == 0;
 
 }  // namespace
 
 void executeProfilerCommand(const std::vector<std::string>& words, std::ostream& answer)
 {
-    static const bool isForkable = standsStillDuringForks();
     if (!isForkable)
         throw std::bad_alloc();
     theProfiler().execute(ProfilerCommand::read(words), answer);

@@ -149,15 +149,6 @@ int makeRecords()
     return 0;
 }
 
-// A child that was forked has records of threads that it does not have, and no handler at work.
-void takeBackWhatParentAskedFor()
-{
-    if (owner == 0 || owner == ::getpid())
-        return;
-    for (unsigned number = 0; number < SampleRecords::count; ++number)
-        SampleRecords::release(number);
-}
-
 // The record given back last is the first to be taken: its memory is still in the caches.
 Record* takeFree(unsigned& number)
 {
@@ -184,7 +175,6 @@ int SampleRecords::open()
     ::sigaction(samplingSignal(), nullptr, &before);
     if (before.sa_handler != SIG_DFL)
         return EBUSY;
-    takeBackWhatParentAskedFor();
     owner = ::getpid();
     struct sigaction action {};
     action.sa_sigaction = &handleSamplingSignal;
@@ -247,6 +237,15 @@ void SampleRecords::withdraw(unsigned number)
     std::uint64_t asked = (state.load(std::memory_order_relaxed) & ~phaseMask) | Asked;
     if (!state.compare_exchange_strong(asked, asked & ~phaseMask))
         isAbandoned[number] = true;
+}
+
+void SampleRecords::takeBackAll()
+{
+    Record* const all = records;
+    for (unsigned number = 0; all && number < count; ++number) {
+        if ((all[number].state.load(std::memory_order_relaxed) & phaseMask) != Free)
+            release(number);
+    }
 }
 
 }  // namespace Diagnose

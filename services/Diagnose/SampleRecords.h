@@ -55,6 +55,8 @@ public:
     static void release(unsigned record);
     /// Takes a request back. If a handler has begun with it, the record is free when that is done.
     static void withdraw(unsigned record);
+    /// Takes all requests back, in a child that was forked: no handler is at work there.
+    static void takeBackAll();
 };
 
 }  // namespace Diagnose

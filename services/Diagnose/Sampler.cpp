@@ -3,13 +3,11 @@
 #include <pthread.h>
 #include <signal.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 #include "Diagnose/SampleRecords.h"
 #include "Diagnose/SystemError.h"
@@ -53,8 +51,7 @@ private:
 Sampler::Sampler(Samples& store, unsigned samplesPerSecond)
     : samples(store),
       period(std::chrono::nanoseconds(1s) / samplesPerSecond),
-      knownClears(store.clears()),
-      owner(::getpid())
+      knownClears(store.clears())
 {
     if (!threads.canBeListed())
         throw SystemException(__FILE__, __LINE__, {ENOENT});
@@ -62,29 +59,39 @@ Sampler::Sampler(Samples& store, unsigned samplesPerSecond)
         throw SystemException(__FILE__, __LINE__, {error});
     try {
         const NoSignals forTheThread;
-        thread = std::thread([this] { run(); });
+        thread = std::make_unique<std::thread>([this] { run(); });
     } catch (const std::system_error& failure) {
         SampleRecords::close();
         throw SystemException(__FILE__, __LINE__, {failure.code().value()});
+    } catch (...) {
+        SampleRecords::close();
+        throw;
     }
-    ::pthread_setname_np(thread.native_handle(), "profiler");
+    ::pthread_setname_np(thread->native_handle(), "profiler");
 }
 
 Sampler::~Sampler()
 {
     isEnding = true;
-    if (::getpid() == owner)
-        thread.join();
-    else
-        forgetThread();
+    if (thread)
+        thread->join();
     SampleRecords::close();
 }
 
-// The memory that the handle stands for was its stack, and may be gone.
-void Sampler::forgetThread()
+void Sampler::holdStill()
 {
-    static std::vector<std::thread>* const forgotten = new std::vector<std::thread>;
-    forgotten->push_back(std::move(thread));
+    const std::scoped_lock first(nextAtWork);
+    atWork.lock();
+}
+
+void Sampler::endInChild()
+{
+    atWork.unlock();
+    // There is nothing to join, and what a handle stands for is the thread's own memory.
+    static_cast<void>(thread.release());
+    for (SampledThread& asked : threads.all())
+        dropPending(asked);
+    SampleRecords::takeBackAll();
 }
 
 void Sampler::run()
@@ -102,6 +109,8 @@ void Sampler::run()
 // The turn that is due and, now and then, a look for other threads.
 void Sampler::work(Clock::time_point& turn, Clock::time_point& look)
 {
+    nextAtWork.lock();
+    nextAtWork.unlock();
     const std::scoped_lock lock(atWork);
     if (Clock::now() >= look) {
         threads.refresh();

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -22,8 +23,8 @@ namespace Diagnose {
 /// Threads:    one sampler at a time. Its own thread has all signals blocked and takes no turn.
 /// Destructor: ends within a few milliseconds, or after `patienceAtEnd` if threads do not answer;
 ///             what they gained is counted as dropped.
-/// Fork:       a child has the sampler but not its thread. Who forks between `holdStill` and `goOn`
-///             leaves the child nothing that this thread had locked or half changed.
+/// Fork:       a child has the sampler but not its thread. Who forks after `holdStill` leaves the
+///             child nothing that this thread had locked or half changed.
 class Sampler {
 public:
     static constexpr auto patienceAtEnd = std::chrono::milliseconds(100);
@@ -34,15 +35,18 @@ public:
     Sampler(const Sampler&) = delete;
     Sampler& operator=(const Sampler&) = delete;
 
-    /// Waits for the end of the present turn; there is no other before `goOn`, which the same
-    /// thread calls, or in a child the copy of it.
-    void holdStill() { atWork.lock(); }
+    /// Waits for the end of the present turn; there is no other before `goOn`. Not for a thread
+    /// that holds the loader's list of libraries, which a turn may wait for.
+    void holdStill();
+    /// By the same thread.
     void goOn() { atWork.unlock(); }
+    /// Instead of `goOn`, in a child: there are no turns any more. What was asked for and has not
+    /// come is counted as dropped. Allocates nothing.
+    void endInChild();
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    void forgetThread();
     void run();
     void work(Clock::time_point& turn, Clock::time_point& look);
     void sleepUntil(Clock::time_point moment) const;
@@ -63,9 +67,9 @@ private:
     std::size_t next = 0;
     unsigned knownClears;
     std::atomic<bool> isEnding{false};
-    std::mutex atWork;  // held by the thread unless it sleeps
-    pid_t owner;        // a child that was forked has no thread to wait for
-    std::thread thread;
+    std::mutex nextAtWork;  // a thread that is always late would take `atWork` again and again
+    std::mutex atWork;      // held by the thread unless it sleeps
+    std::unique_ptr<std::thread> thread;
 };
 
 }  // namespace Diagnose

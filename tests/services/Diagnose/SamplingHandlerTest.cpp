@@ -1,12 +1,14 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <link.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <functional>
+#include <iostream>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -16,8 +18,10 @@
 #include "Diagnose/SampleRecords.h"
 #include "Diagnose/Sampler.h"
 #include "Diagnose/Samples.h"
+#include "Diagnose/SamplingSignal.h"
 #include "tests/services/Diagnose/SignalDelivery.h"
 #include "tests/services/Diagnose/ThreadAllocations.h"
+#include "tests/services/support/ChildProcess.h"
 
 namespace {
 
@@ -86,11 +90,12 @@ protected:
 TEST_F(SamplingHandler, CopiesTheRegistersAndTheStack)
 {
     std::atomic<std::uint64_t> place{0};
-    const Busy busy([&place] {
+    std::atomic<bool> isEnough{false};
+    const Busy busy([&] {
         volatile std::uint64_t marked = 0x1234'5678'9abc'def0;
         place = reinterpret_cast<std::uint64_t>(&marked);
         // Calls that a sanitizer intercepts as well.
-        while (marked != 0 && ::getppid() != 0 && place != 1)
+        while (marked != 0 && ::getppid() != 0 && !isEnough)
             std::this_thread::yield();
     });
     while (place == 0)
@@ -106,7 +111,36 @@ TEST_F(SamplingHandler, CopiesTheRegistersAndTheStack)
         else
             ADD_FAILURE() << "the stack is not in its copy";
     });
-    place = 1;
+    isEnough = true;
+}
+
+// The child has none of the threads that were asked, but the records that wait for them.
+TEST_F(SamplingHandler, OfAForkedProcessMayTakeAllBack)
+{
+    sigset_t one;
+    ::sigemptyset(&one);
+    ::sigaddset(&one, Diagnose::samplingSignal());
+    ::pthread_sigmask(SIG_BLOCK, &one, nullptr);
+    unsigned record = 0;
+    std::vector<unsigned> asked;
+    while (SampleRecords::ask(::gettid(), record) == SampleRecords::Answer::Asked)
+        asked.push_back(record);
+    EXPECT_EQ(asked.size(), SampleRecords::count);
+
+    const auto end = unitTests::inChild([] {
+        SampleRecords::takeBackAll();
+        SampleRecords::close();
+        SampleRecords::open();
+        unsigned inChild = 0;
+        std::cout << (SampleRecords::ask(::gettid(), inChild) == SampleRecords::Answer::Asked);
+    });
+
+    EXPECT_EQ(end.output, "1");
+    for (const unsigned each : asked)
+        SampleRecords::withdraw(each);
+    SampleRecords::close();
+    ::pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+    ASSERT_EQ(SampleRecords::open(), 0);
 }
 
 TEST_F(SamplingHandler, AllocatesNothing)
