@@ -73,9 +73,10 @@ bool MeasuringServer::mayEnd()
     return true;
 }
 
-// With the mutex held.
+// With the mutex held. The port goes first: whoever takes the server's place gets both.
 void MeasuringServer::tellLastUser()
 {
+    server->stopListening();
     if (const auto action = std::exchange(lastUserAction, nullptr))
         action();
 }

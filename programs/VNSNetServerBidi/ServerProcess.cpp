@@ -8,9 +8,9 @@
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <iostream>
+#include <memory>
 #include <stdexcept>
 
 #include "Diagnose/TraceConfiguration.h"
@@ -18,6 +18,7 @@
 #include "JoltNet/NetException.h"
 #include "Version/Version.h"
 #include "programs/VNSNetServerBidi/MeasuringServer.h"
+#include "programs/VNSNetServerBidi/Patience.h"
 #include "programs/VNSNetServerBidi/UserRegistry.h"
 
 namespace NetServer {
@@ -27,8 +28,6 @@ namespace {
 constexpr int cannotServe = 1;
 constexpr int badArguments = 64;
 
-// A server that ends keeps its name in the registry until its process has gone.
-constexpr std::chrono::seconds turnTime{15};
 constexpr int pauseMilliseconds = 20;
 
 std::atomic<MeasuringServer*> runningServer{nullptr};
@@ -75,35 +74,49 @@ void closeStandardStreams()
         ::close(nothing);
 }
 
-bool joinRunning(const ServerOptions& options, bool& isHeldByOther)
+bool joinRunning(Holder& holder)
 {
-    // Who asks for a place of their own gets a server of their own.
-    if (options.isPlaceGiven)
-        return false;
-    const std::optional<unsigned short> port = UserRegistry::joinRunning(isHeldByOther);
-    if (port)
+    const UserRegistry::Joining joining = UserRegistry::joinRunning();
+    holder = joining.holder;
+    if (joining.port)
         say("VNSNetServerBidi: one more user of the server that listens on port " +
-            std::to_string(*port));
-    return port.has_value();
+            std::to_string(*joining.port));
+    return joining.port.has_value();
+}
+
+std::unique_ptr<UserRegistry> makeRegistry()
+{
+    return std::make_unique<UserRegistry>(
+        []() -> std::optional<unsigned short> {
+            MeasuringServer* const running = runningServer.load();
+            return running ? running->addUser() : std::nullopt;
+        },
+        [] {
+            if (MeasuringServer* const running = runningServer.load())
+                running->dropUser();
+        });
 }
 
 // The server that signals and joiners find, until nobody can be about to.
 class RunningServer {
 public:
-    RunningServer(MeasuringServer& server, UserRegistry& userRegistry) : registry(userRegistry)
+    RunningServer(MeasuringServer& server, UserRegistry* userRegistry) : registry(userRegistry)
     {
+        if (registry)
+            server.onLastUser([this] { registry->close(); });
         runningServer = &server;
     }
     ~RunningServer()
     {
-        registry.closeAndWait();
+        if (registry)
+            registry->closeAndWait();
         runningServer = nullptr;
     }
     RunningServer(const RunningServer&) = delete;
     RunningServer& operator=(const RunningServer&) = delete;
 
 private:
-    UserRegistry& registry;
+    UserRegistry* registry;
 };
 
 void serve(MeasuringServer& server, bool isForeground, int report)
@@ -121,32 +134,23 @@ void serve(MeasuringServer& server, bool isForeground, int report)
 // which the other one ends.
 void joinOrServe(const ServerOptions& options, int report)
 {
-    const auto deadline = std::chrono::steady_clock::now() + turnTime;
-    bool isHeldByOther = false;
-    while (!isToEnd && !joinRunning(options, isHeldByOther)) {
-        // The name is taken before the port: of two that start at once, one joins the other.
-        UserRegistry registry(
-            []() -> std::optional<unsigned short> {
-                MeasuringServer* const running = runningServer.load();
-                return running ? running->addUser() : std::nullopt;
-            },
-            [] {
-                if (MeasuringServer* const running = runningServer.load())
-                    running->dropUser();
-            });
-        const bool isToWait = std::chrono::steady_clock::now() < deadline;
-        if (!registry.isOpen() && !options.isPlaceGiven && isToWait && !isHeldByOther) {
-            ::poll(nullptr, 0, pauseMilliseconds);
-            continue;
-        }
-        if (options.isAddressGiven)
-            registry.closeAndWait();  // others may not reach it there
-        MeasuringServer server(options);
-        server.onLastUser([&registry] { registry.close(); });
-        const RunningServer running(server, registry);
-        if (isToEnd)
+    Patience patience(Patience::Clock::now());
+    for (; !isToEnd; ::poll(nullptr, 0, pauseMilliseconds)) {
+        Holder holder = Holder::silent;
+        // Who asks for a place of their own gets a server of their own.
+        if (!options.isPlaceGiven && joinRunning(holder))
             return;
-        serve(server, options.isForeground, report);
+        // The name is taken before the port: of two that start at once, one joins the other. At an
+        // address of its own, others may not reach the server.
+        const std::unique_ptr<UserRegistry> registry =
+            options.isAddressGiven ? nullptr : makeRegistry();
+        const bool isToWait = registry && registry->isNameTaken() && !options.isPlaceGiven;
+        if (isToWait && patience.isLeft(holder, Patience::Clock::now()))
+            continue;
+        MeasuringServer server(options);
+        const RunningServer running(server, registry.get());
+        if (!isToEnd)
+            serve(server, options.isForeground, report);
         return;
     }
 }

@@ -15,8 +15,11 @@ namespace NetServer {
 
 namespace {
 
+// Whoever is connected is answered at once, but for a host that has more to do than it can. Whoever
+// is not has met a holder that takes nobody.
 constexpr timeval patience{5, 0};
-constexpr int backlog = 16;
+constexpr timeval connectTime{0, 250'000};
+constexpr int backlog = SOMAXCONN;
 constexpr int pauseMilliseconds = 50;
 
 // A name that begins with a zero byte lies in the network namespace, not in a directory.
@@ -27,16 +30,6 @@ socklen_t nameSocket(sockaddr_un& address)
     address.sun_family = AF_UNIX;
     std::memcpy(&address.sun_path[1], name.data(), name.size());
     return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-}
-
-int makeSocket()
-{
-    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (socket >= 0) {
-        ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        ::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    }
-    return socket;
 }
 
 // Anybody may take the name first.
@@ -60,51 +53,50 @@ ssize_t uninterrupted(Call call)
     return result;
 }
 
-// Connected to whoever holds the name; -1 if nobody does.
-int connectToHolder()
+bool isConnectedToHolder(int socket)
 {
-    const int socket = makeSocket();
+    ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    ::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &connectTime, sizeof connectTime);
     sockaddr_un address;
     const socklen_t size = nameSocket(address);
-    if (socket < 0 ||
-        uninterrupted([&] {
-            return ssize_t{::connect(socket, reinterpret_cast<sockaddr*>(&address), size)};
-        }) == 0)
-        return socket;
-    ::close(socket);
-    return -1;
+    return uninterrupted([&] {
+               return ssize_t{::connect(socket, reinterpret_cast<sockaddr*>(&address), size)};
+           }) == 0;
 }
 
 }  // namespace
 
-std::optional<unsigned short> UserRegistry::joinRunning(bool& isHeldByOther)
+UserRegistry::Joining UserRegistry::joinRunning()
 {
-    isHeldByOther = false;
-    const int socket = connectToHolder();
-    if (socket < 0)
-        return std::nullopt;
+    const JoltNet::Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (socket.number() < 0 || !isConnectedToHolder(socket.number()))
+        return {};
+    if (!isOwnUser(socket.number()))
+        return {.holder = Holder::otherUser};
     unsigned short port = 0;
-    const auto receive = [&] { return ::recv(socket, &port, sizeof port, MSG_WAITALL); };
-    isHeldByOther = !isOwnUser(socket);
-    const bool isJoined =
-        !isHeldByOther && uninterrupted(receive) == static_cast<ssize_t>(sizeof port);
-    ::close(socket);
-    return isJoined ? std::optional(port) : std::nullopt;
+    const ssize_t received =
+        uninterrupted([&] { return ::recv(socket.number(), &port, sizeof port, MSG_WAITALL); });
+    if (received == static_cast<ssize_t>(sizeof port))
+        return {.port = port, .holder = Holder::sameUser};
+    // One that is suspended says nothing. One that ends or has not begun closes.
+    const bool isSilent = received < 0 && errno != ECONNRESET;
+    return {.holder = isSilent ? Holder::silent : Holder::sameUser};
 }
 
 UserRegistry::UserRegistry(OnJoin onJoin, std::function<void()> onLeave)
     : join(std::move(onJoin)), leave(std::move(onLeave))
 {
-    listener = makeSocket();
     sockaddr_un address;
     const socklen_t size = nameSocket(address);
-    if (listener >= 0 && (::bind(listener, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-                          ::listen(listener, backlog) != 0)) {
-        ::close(listener);
-        listener = -1;
-    }
-    if (listener >= 0)
+    listener.emplace(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const int socket = listener->number();
+    const bool isBound =
+        socket >= 0 && ::bind(socket, reinterpret_cast<sockaddr*>(&address), size) == 0;
+    nameTaken = socket >= 0 && !isBound && errno == EADDRINUSE;
+    if (isBound && ::listen(socket, backlog) == 0)
         thread = std::thread([this] { answerAll(); });
+    else
+        listener.reset();
 }
 
 void UserRegistry::closeAndWait()
@@ -117,29 +109,47 @@ void UserRegistry::closeAndWait()
 UserRegistry::~UserRegistry()
 {
     closeAndWait();
-    if (listener >= 0)
-        ::close(listener);
 }
 
-// Wakes the thread that accepts; the descriptor stays until it has ended.
+// A socket at which somebody waits keeps its name though it is closed: the thread is sent away
+// first. While it answers it is not there, and may be asking for a lock that the caller has.
 void UserRegistry::close()
 {
-    if (listener >= 0)
-        ::shutdown(listener, SHUT_RDWR);
+    const std::scoped_lock one(closing);
+    isClosing = true;
+    if (!listener)
+        return;
+    ::shutdown(listener->number(), SHUT_RDWR);
+    const std::scoped_lock lock(mutex);
+    listener.reset();
+}
+
+// Nothing if it is closed, and if whoever came cannot be accepted.
+std::optional<JoltNet::Descriptor> UserRegistry::nextPeer()
+{
+    int reason = 0;
+    {
+        const std::scoped_lock lock(mutex);
+        if (!listener)
+            return std::nullopt;
+        pollfd event{listener->number(), POLLIN, 0};
+        ::poll(&event, 1, -1);
+        JoltNet::Descriptor peer(::accept4(event.fd, nullptr, nullptr, SOCK_CLOEXEC));
+        if (peer.number() >= 0)
+            return peer;
+        reason = errno;
+    }
+    // Without descriptors or memory whoever waits stays there.
+    if (!isClosing && reason != EAGAIN && reason != EINTR)
+        ::poll(nullptr, 0, pauseMilliseconds);
+    return std::nullopt;
 }
 
 void UserRegistry::answerAll()
 {
-    for (;;) {
-        const int peer = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (peer >= 0) {
-            answer(peer);
-            ::close(peer);
-        } else if (errno == EINVAL) {
-            return;  // shut down
-        } else if (errno != EAGAIN && errno != EINTR) {
-            ::poll(nullptr, 0, pauseMilliseconds);
-        }
+    while (!isClosing) {
+        if (const std::optional<JoltNet::Descriptor> peer = nextPeer())
+            answer(peer->number());
     }
 }
 

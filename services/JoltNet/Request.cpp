@@ -192,7 +192,8 @@ void Request::stringTaken()
     complete = true;
 }
 
-void Request::confirm(std::uint64_t received, std::optional<std::uint64_t> answerLength)
+void Request::confirm(std::uint64_t received, std::optional<std::uint64_t> answerLength,
+                      bool isLast)
 {
     static const std::vector<char> zeros(answerPiece, '0');
     std::array<std::byte, 2 * frameSize> frames;
@@ -209,9 +210,11 @@ void Request::confirm(std::uint64_t received, std::optional<std::uint64_t> answe
         const auto piece = static_cast<std::size_t>(std::min<std::uint64_t>(left, zeros.size()));
         iovec parts[] = {{frames.data(), framesSize}, {const_cast<char*>(zeros.data()), piece}};
         left -= piece;
-        link->send(parts, left != 0, deadline);
+        link->send(parts, isLast || left != 0, deadline);
         framesSize = 0;
     } while (left != 0);
+    if (isLast)
+        link->shutDown();
 }
 
 }  // namespace JoltNet

@@ -90,8 +90,10 @@ public:
     Reader& in();
 
     /// For an incoming request that was read to its end: confirms `received` bytes, and sends one
-    /// string of `answerLength` characters "0" if there is a length.
-    void confirm(std::uint64_t received, std::optional<std::uint64_t> answerLength);
+    /// string of `answerLength` characters "0" if there is a length. The last answer on a
+    /// connection brings its end along: whoever has it knows that nothing more can be asked there.
+    void confirm(std::uint64_t received, std::optional<std::uint64_t> answerLength,
+                 bool isLast = false);
 
 private:
     friend class Writer;

@@ -261,9 +261,9 @@ bool Server::serveRequest(Connection& connection)
     const Answer answer = handle(request, received);
     try {
         if (answer.isLast)
-            closeListener();
+            stopListening();
         if (answer.isAccepted)
-            request.confirm(received, answer.length);
+            request.confirm(received, answer.length, answer.isLast);
     } catch (...) {
         if (answer.isLast)
             stop();
@@ -307,8 +307,8 @@ Answer Server::handle(Request& request, std::uint64_t& received)
     return handler->second({received, std::string_view(kept.data(), keptSize)});
 }
 
-// Before the last answer goes out: whoever has it may start the next server on this port.
-void Server::closeListener()
+// Before the last answer goes out.
+void Server::stopListening()
 {
     const std::scoped_lock lock(mutex);
     if (listener >= 0)

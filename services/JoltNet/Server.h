@@ -74,6 +74,8 @@ public:
     bool isEnding() const { return isStopping; }
     /// A request whose bytes are overdue for as long counts for nothing.
     bool isIdleFor(std::chrono::seconds time);
+    /// Frees the port, for one who takes the place of this server while it ends; run ends.
+    void stopListening();
     /// Ends run. May be called from a signal handler.
     void stop() noexcept;
 
@@ -88,7 +90,6 @@ private:
     void serve(Connection& connection);
     bool serveRequest(Connection& connection);
     Answer handle(Request& request, std::uint64_t& received);
-    void closeListener();
     void joinEnded();
     bool makeRoom();
     bool isAnyAtWork(std::chrono::seconds patience);

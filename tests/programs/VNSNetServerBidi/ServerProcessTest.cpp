@@ -22,9 +22,18 @@
 
 namespace {
 
+using netTests::endKind;
+using netTests::frameBytes;
+using netTests::headerBytes;
+using netTests::RawSocket;
+using netTests::receiptBytes;
+using netTests::stringKind;
 using testing::StartsWith;
 using unitTests::CapturedOutput;
 using unitTests::ChildEnd;
+
+const std::string listening = "VNSNetServerBidi: listening on port ";
+const std::string joined = "VNSNetServerBidi: one more user of the server that listens on port ";
 
 int runHere(std::initializer_list<const char*> words)
 {
@@ -155,6 +164,35 @@ TEST_F(ServerInBackground, AtAnAddressOfItsOwnIsNoServerForOthers)
     EXPECT_TRUE(ask(30004, "StopVNS"));
     EXPECT_FALSE(ask(30004, "PrologueVNS"));
     EXPECT_TRUE(ask(4464, "StopVNS"));
+}
+
+TEST_F(ServerInBackground, AtAnAddressOfItsOwnLeavesTheNameToOthers)
+{
+    run({"--bind", "127.0.0.1", "--port", "30004"});
+    EXPECT_EQ(run({}).output, listening + "4464\nstatus 0\n");
+    EXPECT_EQ(run({}).output, joined + "4464\nstatus 0\n");
+    EXPECT_TRUE(ask(30004, "StopVNS"));
+    EXPECT_TRUE(ask(4464, "StopVNS"));
+    EXPECT_TRUE(ask(4464, "StopVNS"));
+    EXPECT_FALSE(ask(4464, "PrologueVNS"));
+}
+
+TEST_F(ServerInBackground, LeavesNameAndPortToTheNextWhileItAnswersTheLastRequests)
+{
+    run({});
+    const RawSocket underWay = RawSocket::connectedTo(4464);
+    // More than the kernel keeps for both sides, so the server is in the midst of it.
+    const std::string load(std::size_t{64} << 20, '0');
+    underWay.send(headerBytes("MeasureVNS") + frameBytes(stringKind, 0, load.size() + 1) + load);
+    EXPECT_TRUE(ask(4464, "StopVNS"));
+    EXPECT_EQ(run({}).output, listening + "4464\nstatus 0\n");
+    EXPECT_EQ(run({}).output, joined + "4464\nstatus 0\n");
+
+    underWay.send("0" + frameBytes(endKind, 0, 0));
+    EXPECT_EQ(underWay.receive(16), receiptBytes(load.size() + 1));
+    EXPECT_TRUE(ask(4464, "StopVNS"));
+    EXPECT_TRUE(ask(4464, "StopVNS"));
+    EXPECT_FALSE(ask(4464, "PrologueVNS"));
 }
 
 TEST_F(ServerInBackground, TakesAnotherPortIfTheUsualOneIsTaken)

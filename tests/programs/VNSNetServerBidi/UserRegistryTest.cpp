@@ -14,11 +14,15 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 
+#include "programs/VNSNetServerBidi/Patience.h"
 #include "tests/programs/VNSNetServerBidi/OwnNetwork.h"
+#include "tests/services/JoltNet/RawPeer.h"
 
 namespace {
 
+using NetServer::Holder;
 using NetServer::UserRegistry;
 using Port = std::optional<unsigned short>;
 
@@ -43,6 +47,11 @@ protected:
     std::atomic<int> joined{0};
 };
 
+Port joinRunning()
+{
+    return UserRegistry::joinRunning().port;
+}
+
 // The name under which servers of this user find each other.
 socklen_t ownName(sockaddr_un& address)
 {
@@ -53,9 +62,28 @@ socklen_t ownName(sockaddr_un& address)
     return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
 }
 
+// Somebody of another user, who cannot be asked who they are as long as they do not listen.
+class BoundName {
+public:
+    BoundName() : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_un address;
+        const socklen_t size = ownName(address);
+        EXPECT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), size), 0);
+    }
+    ~BoundName() { ::close(socket); }
+    BoundName(const BoundName&) = delete;
+    BoundName& operator=(const BoundName&) = delete;
+
+    void listen(int backlog) const { EXPECT_EQ(::listen(socket, backlog), 0); }
+
+private:
+    int socket;
+};
+
 TEST_F(UserRegistryTest, FindsNoServerIfThereIsNone)
 {
-    EXPECT_EQ(UserRegistry::joinRunning(), std::nullopt);
+    EXPECT_EQ(joinRunning(), std::nullopt);
 }
 
 TEST_F(UserRegistryTest, GivesThePortToEachWhoJoins)
@@ -64,8 +92,8 @@ TEST_F(UserRegistryTest, GivesThePortToEachWhoJoins)
     EXPECT_TRUE(registry.isOpen());
     EXPECT_EQ(joined, 0);
 
-    EXPECT_EQ(UserRegistry::joinRunning(), 4464);
-    EXPECT_EQ(UserRegistry::joinRunning(), 4464);
+    EXPECT_EQ(joinRunning(), 4464);
+    EXPECT_EQ(joinRunning(), 4464);
     EXPECT_EQ(joined, 2);
 }
 
@@ -73,7 +101,7 @@ TEST_F(UserRegistryTest, LetsNobodyJoinAServerThatIsAboutToEnd)
 {
     const UserRegistry registry(answering(std::nullopt));
 
-    EXPECT_EQ(UserRegistry::joinRunning(), std::nullopt);
+    EXPECT_EQ(joinRunning(), std::nullopt);
     EXPECT_EQ(joined, 1);
 }
 
@@ -85,7 +113,7 @@ TEST_F(UserRegistryTest, IsOpenOnce)
     second.close();
     second.closeAndWait();
 
-    EXPECT_EQ(UserRegistry::joinRunning(), 1);
+    EXPECT_EQ(joinRunning(), 1);
 }
 
 TEST_F(UserRegistryTest, LetsNobodyJoinOnceItIsClosed)
@@ -93,24 +121,49 @@ TEST_F(UserRegistryTest, LetsNobodyJoinOnceItIsClosed)
     UserRegistry registry(answering(1));
     registry.close();
     registry.close();
-    EXPECT_EQ(UserRegistry::joinRunning(), std::nullopt);
+    EXPECT_EQ(joinRunning(), std::nullopt);
     registry.closeAndWait();
     registry.closeAndWait();
 
-    EXPECT_EQ(UserRegistry::joinRunning(), std::nullopt);
+    EXPECT_EQ(joinRunning(), std::nullopt);
     EXPECT_EQ(joined, 0);
 }
 
-TEST_F(UserRegistryTest, KeepsItsNameUntilItGoes)
+TEST_F(UserRegistryTest, FreesItsNameAtOnceWhenItIsClosed)
 {
-    {
+    for (int i = 0; i < 20; ++i) {
         UserRegistry registry(answering(1));
-        registry.closeAndWait();
-        EXPECT_FALSE(UserRegistry(answering(2)).isOpen());
+        ASSERT_TRUE(registry.isOpen());
+        EXPECT_FALSE(registry.isNameTaken());
+        registry.close();
+
+        const UserRegistry next(answering(3));
+        ASSERT_TRUE(next.isOpen());
+        EXPECT_EQ(joinRunning(), 3);
+        registry.close();
+        EXPECT_EQ(joinRunning(), 3);
     }
-    const UserRegistry next(answering(3));
-    EXPECT_TRUE(next.isOpen());
-    EXPECT_EQ(UserRegistry::joinRunning(), 3);
+}
+
+TEST_F(UserRegistryTest, IsClosedBehindTheBackOfOneWhoIsAnswered)
+{
+    // Whoever closes it may hold what the answer waits for.
+    std::atomic<bool> isAsked{false};
+    std::atomic<bool> isClosed{false};
+    UserRegistry registry([&]() -> Port {
+        isAsked = true;
+        netTests::until([&] { return isClosed.load(); });
+        return isClosed ? Port(7) : std::nullopt;
+    });
+    Port port;
+    std::thread joiner([&port] { port = joinRunning(); });
+    netTests::until([&] { return isAsked.load(); });
+    registry.close();
+    isClosed = true;
+    joiner.join();
+
+    EXPECT_EQ(port, 7);
+    EXPECT_TRUE(UserRegistry(answering(1)).isOpen());
 }
 
 TEST_F(UserRegistryTest, LivesOnIfSomebodyJoinsAndGoes)
@@ -124,7 +177,7 @@ TEST_F(UserRegistryTest, LivesOnIfSomebodyJoinsAndGoes)
         ::close(socket);
     }
 
-    EXPECT_EQ(UserRegistry::joinRunning(), 1);
+    EXPECT_EQ(joinRunning(), 1);
 }
 
 std::atomic<int> interruptions{0};
@@ -148,7 +201,7 @@ TEST_F(UserRegistryTest, IsJoinedThoughSignalsInterruptTheOneWhoJoins)
         return 4464;
     });
 
-    EXPECT_EQ(UserRegistry::joinRunning(), 4464);
+    EXPECT_EQ(joinRunning(), 4464);
     ::sigaction(SIGUSR1, &before, nullptr);
 }
 
@@ -205,7 +258,7 @@ TEST_F(OtherUsers, AreNotBelieved)
     EXPECT_EQ(::read(ready[0], &byte, 1), 1);
     ::close(ready[0]);
 
-    EXPECT_EQ(UserRegistry::joinRunning(), std::nullopt);
+    EXPECT_EQ(joinRunning(), std::nullopt);
     int status = -1;
     ::waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
@@ -213,30 +266,72 @@ TEST_F(OtherUsers, AreNotBelieved)
 
 TEST_F(OtherUsers, AreSeenToHoldTheName)
 {
-    bool isHeldByOther = true;
-    EXPECT_EQ(UserRegistry::joinRunning(isHeldByOther), std::nullopt);
-    EXPECT_FALSE(isHeldByOther);
     {
         const UserRegistry registry(answering(1));
-        isHeldByOther = true;
-        EXPECT_EQ(UserRegistry::joinRunning(isHeldByOther), 1);
-        EXPECT_FALSE(isHeldByOther);
+        const UserRegistry::Joining joining = UserRegistry::joinRunning();
+        EXPECT_EQ(joining.port, 1);
+        EXPECT_EQ(joining.holder, Holder::sameUser);
         // Nothing else that was asked counts as a user.
         EXPECT_EQ(joined, 1);
     }
-    sockaddr_un address;
-    const socklen_t size = ownName(address);
-    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), size), 0);
+    const BoundName bound;
     // Whoever says that they listen is the one who is seen.
     ASSERT_EQ(::seteuid(anotherUser), 0);
-    const int result = ::listen(socket, 4);
+    bound.listen(4);
     ASSERT_EQ(::seteuid(0), 0);
-    ASSERT_EQ(result, 0);
 
-    EXPECT_EQ(UserRegistry::joinRunning(isHeldByOther), std::nullopt);
-    EXPECT_TRUE(isHeldByOther);
-    ::close(socket);
+    const UserRegistry::Joining joining = UserRegistry::joinRunning();
+    EXPECT_EQ(joining.port, std::nullopt);
+    EXPECT_EQ(joining.holder, Holder::otherUser);
+}
+
+TEST_F(UserRegistryTest, TellsOneWhoIsAboutToEndFromOneWhoSaysNothing)
+{
+    EXPECT_EQ(UserRegistry::joinRunning().holder, Holder::silent);
+    {
+        const UserRegistry ending(answering(std::nullopt));
+        EXPECT_EQ(UserRegistry::joinRunning().holder, Holder::sameUser);
+    }
+    const BoundName bound;
+    EXPECT_EQ(UserRegistry::joinRunning().holder, Holder::silent);
+    const UserRegistry other(answering(1));
+    EXPECT_FALSE(other.isOpen());
+    EXPECT_TRUE(other.isNameTaken());
+}
+
+TEST_F(UserRegistryTest, WaitsForNobodyWhoseQueueIsFull)
+{
+    const BoundName bound;
+    bound.listen(0);
+    sockaddr_un address;
+    const socklen_t size = ownName(address);
+    const int waiting = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::connect(waiting, reinterpret_cast<sockaddr*>(&address), size), 0);
+
+    EXPECT_EQ(UserRegistry::joinRunning().holder, Holder::silent);
+    ::close(waiting);
+}
+
+// As long as one who answers is there, a start waits for it; half a second for one who does not.
+TEST(Patience, DependsOnWhoHoldsTheName)
+{
+    const NetServer::Patience::Clock::time_point begin{};
+    const auto isLeft = [&](std::initializer_list<std::pair<Holder, int>> tries) {
+        NetServer::Patience patience(begin);
+        bool result = false;
+        for (const auto& [holder, milliseconds] : tries)
+            result = patience.isLeft(holder, begin + std::chrono::milliseconds(milliseconds));
+        return result;
+    };
+    EXPECT_TRUE(isLeft({{Holder::silent, 0}}));
+    EXPECT_TRUE(isLeft({{Holder::silent, 499}}));
+    EXPECT_FALSE(isLeft({{Holder::silent, 500}}));
+    EXPECT_TRUE(isLeft({{Holder::sameUser, 14'999}}));
+    EXPECT_FALSE(isLeft({{Holder::sameUser, 15'000}}));
+    EXPECT_TRUE(isLeft({{Holder::sameUser, 3000}, {Holder::silent, 3499}}));
+    EXPECT_FALSE(isLeft({{Holder::sameUser, 3000}, {Holder::silent, 3500}}));
+    EXPECT_FALSE(isLeft({{Holder::sameUser, 14'900}, {Holder::silent, 15'000}}));
+    EXPECT_FALSE(isLeft({{Holder::otherUser, 0}}));
 }
 
 }  // namespace
