@@ -12,6 +12,7 @@
 #include <iostream>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 
 #include "Diagnose/TraceConfiguration.h"
 #include "Diagnose/TraceTopic.h"
@@ -119,8 +120,18 @@ private:
     UserRegistry* registry;
 };
 
+// A server that could accept nobody would stay there silently.
+void expectSpareDescriptor()
+{
+    const JoltNet::Descriptor spare(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
+    if (spare.number() < 0)
+        throw std::system_error(errno, std::generic_category(), "no descriptor for a peer");
+}
+
 void serve(MeasuringServer& server, bool isForeground, int report)
 {
+    if (isForeground)
+        expectSpareDescriptor();  // in the background, the report's will be free
     say("VNSNetServerBidi: listening on port " + std::to_string(server.port()));
     if (!isForeground) {
         [[maybe_unused]] const ssize_t written = ::write(report, "", 1);

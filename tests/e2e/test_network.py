@@ -416,6 +416,22 @@ def test_a_server_whose_line_nobody_can_read_does_not_stay(alone, words):
     until_nothing_is_left(alone)
 
 
+@pytest.mark.parametrize("words", ["", " --foreground"])
+@pytest.mark.parametrize("limit", range(3, 9))
+def test_with_too_few_descriptors_it_says_so_or_serves(alone, limit, words):
+    program = alone.bundle / "lib" / SERVER
+    server = alone.popen("sh", "-c", f"ulimit -n {limit}; exec {program}{words}")
+    line = server.stdout.readline()
+    if line:
+        assert line == LISTENING.encode()
+        stop(alone)
+    run = finish(server)
+    assert run.stdout == b""
+    assert (run.status == 0) == bool(line)
+    assert line or re.fullmatch(rb"[^\n]+\n", run.stderr), run
+    until_nothing_is_left(alone)
+
+
 def test_a_server_in_the_foreground_says_whom_it_drops(alone):
     server = alone.popen(alone.bundle / "lib" / SERVER, "--foreground")
     assert server.stdout.readline() == LISTENING.encode()

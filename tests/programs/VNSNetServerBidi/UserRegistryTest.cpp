@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -11,6 +12,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstring>
+#include <iostream>
 #include <optional>
 #include <string>
 #include <thread>
@@ -19,6 +21,7 @@
 #include "programs/VNSNetServerBidi/Patience.h"
 #include "tests/programs/VNSNetServerBidi/OwnNetwork.h"
 #include "tests/services/JoltNet/RawPeer.h"
+#include "tests/services/support/ChildProcess.h"
 
 namespace {
 
@@ -164,6 +167,25 @@ TEST_F(UserRegistryTest, IsClosedBehindTheBackOfOneWhoIsAnswered)
 
     EXPECT_EQ(port, 7);
     EXPECT_TRUE(UserRegistry(answering(1)).isOpen());
+}
+
+// In a child, which an alarm ends if it hangs.
+TEST_F(UserRegistryTest, IsClosedThoughThereIsNoDescriptorForWhoeverWaits)
+{
+    const unitTests::ChildEnd end = unitTests::inChild([this] {
+        ::alarm(20);
+        UserRegistry registry(answering(1));
+        const int joiner = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const rlimit none{1, 1};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+        sockaddr_un address;
+        const socklen_t size = ownName(address);
+        ::connect(joiner, reinterpret_cast<sockaddr*>(&address), size);
+        registry.closeAndWait();
+        std::cout << "closed" << std::endl;
+    });
+    EXPECT_EQ(end.signal, 0);
+    EXPECT_EQ(end.output, "closed\n");
 }
 
 TEST_F(UserRegistryTest, LivesOnIfSomebodyJoinsAndGoes)
