@@ -36,6 +36,12 @@ std::span<iovec> withoutFirst(std::span<iovec> parts, std::size_t bytes)
     return parts;
 }
 
+// What so many bytes are given in addition.
+Clock::duration timeFor(std::size_t bytes)
+{
+    return std::chrono::microseconds(bytes * 1'000'000 / leastBytesPerSecond);
+}
+
 bool mayPass(int systemError)
 {
     return systemError == EINTR || systemError == EAGAIN || systemError == EWOULDBLOCK;
@@ -76,22 +82,27 @@ void Channel::timeOut(Deadline deadline, const char* operation) const
         throwSystemError(ETIMEDOUT, operation, peerText);
 }
 
+// What goes out in several calls is one transfer, whose time goes on until the last of them.
 void Channel::send(std::span<iovec> parts, bool isMoreComing, Deadline deadline)
 {
     const int flags = MSG_NOSIGNAL | (isMoreComing ? MSG_MORE : 0);
+    Deadline due = dueTime().value_or(Clock::now() + leastTransferTime);
     for (parts = withoutFirst(parts, 0); !parts.empty();) {
+        setDue(due);
         msghdr message{};
         message.msg_iov = parts.data();
         message.msg_iovlen = parts.size();
         const ssize_t sent = ::sendmsg(descriptor.number(), &message, flags);
         if (sent >= 0) {
             parts = withoutFirst(parts, static_cast<std::size_t>(sent));
+            due += timeFor(static_cast<std::size_t>(sent));
         } else if (!mayPass(errno)) {
             throwSystemError(errno, "send to", peerText);
         }
         if (!parts.empty())
             timeOut(deadline, "send to");
     }
+    setDue(isMoreComing ? due : Deadline());
 }
 
 bool Channel::waitForFirstByte()
@@ -168,7 +179,7 @@ void Channel::consume(std::uint64_t length, std::span<char> firstBytes, Deadline
     Deadline due = Clock::now() + leastTransferTime;
     while (length != 0) {
         timeOut(deadline, "receive from");
-        dueTicks.store(due.time_since_epoch().count(), std::memory_order_relaxed);
+        setDue(due);
         if (buffered() == 0)
             fill(channelBufferSize, deadline);
         const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(length, buffered()));
@@ -178,9 +189,15 @@ void Channel::consume(std::uint64_t length, std::span<char> firstBytes, Deadline
         firstBytes = firstBytes.subspan(kept);
         begin += count;
         length -= count;
-        due += std::chrono::microseconds(count * 1'000'000 / leastBytesPerSecond);
+        due += timeFor(count);
     }
-    dueTicks.store(0, std::memory_order_relaxed);
+    setDue({});
+}
+
+// The beginning of the clock stands for nothing.
+void Channel::setDue(Deadline due)
+{
+    dueTicks.store(due.time_since_epoch().count(), std::memory_order_relaxed);
 }
 
 std::optional<Clock::time_point> Channel::dueTime() const

@@ -72,8 +72,8 @@ public:
     /// Takes bytes and forgets them, but for the first ones, which it copies as far as they fit.
     void consume(std::uint64_t length, std::span<char> firstBytes, Deadline deadline);
 
-    /// When the next bytes of what is being consumed are due: 10 s, and a second for each megabyte
-    /// that has come. Nothing unless something is. From any thread.
+    /// When the next bytes of what is being consumed or sent are due: 10 s, and a second for each
+    /// megabyte that has come or gone. Nothing unless something is. From any thread.
     std::optional<Clock::time_point> dueTime() const;
 
     /// Whether nothing has come in that nobody has asked for, the peer's end of all among it.
@@ -90,6 +90,7 @@ private:
     void fill(std::size_t most, Deadline deadline);
     std::size_t buffered() const { return end - begin; }
     void timeOut(Deadline deadline, const char* operation) const;
+    void setDue(Deadline due);
 
     Descriptor descriptor;
     std::string peerHost;

@@ -41,8 +41,8 @@ struct Answer {
 /// Errors:     the constructor throws NetException if it cannot listen.
 /// Limits:     256 connections. One more takes the place of the oldest that has never sent a byte,
 ///             else of the one that has asked for nothing for the longest time, else of one whose
-///             request comes in at less than 1 MB/s for 10 s; it is refused only if all are at
-///             work. A string takes 10 s, or a second for each megabyte that was announced, and a
+///             request comes in, or whose answer goes out, at less than 1 MB/s for 10 s; it is
+///             refused only if all are at work. A string takes 10 s, or a second for each megabyte that was announced, and a
 ///             request of many strings 10 s and a second for each megabyte.
 class Server {
 public:
@@ -72,7 +72,8 @@ public:
     /// Begins the idle time anew.
     void touch() { lastRequest = Clock::now().time_since_epoch().count(); }
     bool isEnding() const { return isStopping; }
-    /// A request whose bytes are overdue for as long counts for nothing.
+    /// A request of which bytes are overdue for as long, its own or its answer's, counts for
+    /// nothing.
     bool isIdleFor(std::chrono::seconds time);
     /// Frees the port, for one who takes the place of this server while it ends; run ends.
     void stopListening();

@@ -288,6 +288,26 @@ TEST_F(ChannelTest, ForgetsWhatWasReadAheadAndLeavesTheRest)
     EXPECT_EQ(receive(3), "def");
 }
 
+TEST_F(ChannelTest, ExpectsAMegabyteASecondAndTenSecondsMoreOfWhatIsSent)
+{
+    std::vector<Deadline> dues;
+    hooks.mostPerSend = 100'000;
+    hooks.beforeTransfer = [&] { dues.push_back(channel.dueTime().value_or(Deadline())); };
+    EXPECT_EQ(channel.dueTime(), std::nullopt);
+    const Deadline begin = Clock::now();
+    std::thread peer([this] { pair.second.receive(2'500'000); });
+    send({std::string(1'000'000, 'x')}, soon(), true);
+    // The rest of it has no new beginning.
+    EXPECT_NE(channel.dueTime(), std::nullopt);
+    send({std::string(1'500'000, 'x')}, soon());
+    peer.join();
+
+    EXPECT_EQ(channel.dueTime(), std::nullopt);
+    ASSERT_EQ(dues.size(), 25U);
+    EXPECT_GE(dues.front(), begin + std::chrono::seconds(10));
+    EXPECT_EQ(dues.back() - dues.front(), std::chrono::milliseconds(2400));
+}
+
 TEST_F(ChannelTest, WaitsForAByteAndKeepsIt)
 {
     pair.second.send("ab");

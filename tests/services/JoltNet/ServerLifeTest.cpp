@@ -32,12 +32,16 @@ bool isServed(const RawSocket& socket)
     return socket.receive(16) == netTests::receiptBytes(3);
 }
 
+// Sending or receiving so much may take hours by itself.
+constexpr std::uint64_t muchLength = std::uint64_t{16} << 30;
+
 class ServerLife : public testing::Test {
 protected:
     ServerLife()
     {
         server.onRequest("Take", [](const Received&) { return Answer{}; });
         server.onRequest("Wait", [this](const Received&) { return wait({}); });
+        server.onRequest("Much", [](const Received&) { return Answer{.length = muchLength}; });
         server.onRequest("Last", [](const Received&) { return Answer{.isLast = true}; });
         server.onRequest("WaitLast",
                          [this](const Received&) { return wait(Answer{.isLast = true}); });
@@ -92,11 +96,10 @@ TEST_F(ServerLife, GivesUpOneThatIsSilentWhereAllHaveSpoken)
               static_cast<std::ptrdiff_t>(sockets.size()) - 1);
 }
 
-// So much may take hours by itself.
 void announceMuchAndSayNoMore(const RawSocket& socket)
 {
     socket.send(netTests::headerBytes("Take") +
-                netTests::frameBytes(netTests::stringKind, 0, std::uint64_t{16} << 30) + "abc");
+                netTests::frameBytes(netTests::stringKind, 0, muchLength) + "abc");
 }
 
 TEST_F(ServerLife, RequestsThatDoNotComeLockNobodyOutForLong)
@@ -124,6 +127,39 @@ TEST_F(ServerLife, ARequestThatDoesNotComeDoesNotKeepItUp)
         clock.advance(std::chrono::minutes(16));
         return socket.isEndedSoon();
     }));
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+}
+
+// Once the beginning of its answer is here, the rest of it is on its way, and stays there.
+void askForMuchAndTakeNoMore(const RawSocket& socket)
+{
+    socket.send(requestBytes("Much", {"abc"}));
+    EXPECT_EQ(socket.receive(16), netTests::receiptBytes(3, 1));
+}
+
+TEST_F(ServerLife, AnswersThatNobodyTakesLockNobodyOutForLong)
+{
+    const RunningServer running(server);
+    const std::vector<RawSocket> sockets = manyConnected();
+    for (const RawSocket& socket : sockets)
+        askForMuchAndTakeNoMore(socket);
+    EXPECT_FALSE(isServed(connected()));
+
+    // More than what fits between the two is given, and far less than the whole.
+    clock.advance(std::chrono::minutes(2));
+    EXPECT_TRUE(isServed(connected()));
+    EXPECT_TRUE(isServed(connected()));
+}
+
+TEST_F(ServerLife, AnAnswerThatNobodyTakesDoesNotKeepItUp)
+{
+    const RunningServer running(server, std::chrono::minutes(15));
+    const RawSocket socket = connected();
+    askForMuchAndTakeNoMore(socket);
+    clock.advance(std::chrono::minutes(14));
+    EXPECT_TRUE(isServed(connected()));
+
+    clock.advance(std::chrono::minutes(17));
     EXPECT_TRUE(until([&] { return running.hasEnded(); }));
 }
 
