@@ -30,8 +30,12 @@ constexpr int pauseMilliseconds = 50;
 constexpr std::chrono::seconds requestTime{10};
 constexpr std::uint64_t bytesPerSecond = 1'000'000;
 
-// How long requests under way may go on once the server is to end.
-constexpr std::chrono::seconds endingTime{10};
+// How long requests under way may go on once somebody wants the process to end.
+constexpr std::chrono::seconds stoppingTime{10};
+
+// Most ends are near; the others take minutes.
+constexpr int shortPauses = 1000;
+constexpr int longPauseMilliseconds = 20;
 
 std::int64_t now()
 {
@@ -104,6 +108,13 @@ void Server::onRequest(const std::string& name, Handler handler)
 
 void Server::stop() noexcept
 {
+    std::int64_t never = 0;
+    stopTime.compare_exchange_strong(never, now());
+    beginEnding();
+}
+
+void Server::beginEnding() noexcept
+{
     const std::uint64_t one = 1;
     isStopping = true;
     [[maybe_unused]] const ssize_t written = ::write(wakeup, &one, sizeof one);
@@ -168,7 +179,7 @@ void Server::acceptPeer()
     Descriptor socket(::accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC));
     if (socket.number() < 0) {
         if (errno == EINVAL)
-            stop();  // the listener has been closed for the last answer
+            beginEnding();  // the listener has been closed for the last answer
         if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS)
             ::poll(nullptr, 0, pauseMilliseconds);
         return;
@@ -266,7 +277,7 @@ bool Server::serveRequest(Connection& connection)
             request.confirm(received, answer.length, answer.isLast);
     } catch (...) {
         if (answer.isLast)
-            stop();
+            beginEnding();
         throw;
     }
     touch();
@@ -277,7 +288,7 @@ bool Server::serveRequest(Connection& connection)
         --underWay;
     }
     if (answer.isLast)
-        stop();
+        beginEnding();
     return answer.isAccepted && !answer.isLast;
 }
 
@@ -331,6 +342,14 @@ void Server::joinEnded()
         one->thread.join();
 }
 
+// With the mutex held.
+bool Server::isToWaitFor(const Connection& connection) const
+{
+    const std::int64_t stopped = stopTime;
+    const bool isOver = stopped != 0 && Clock::duration(now() - stopped) >= stoppingTime;
+    return connection.isInRequest && !isOver && !connection.isLateBy(std::chrono::seconds(0));
+}
+
 // Silent connections end at once, those in a request when it is answered or its time is over.
 void Server::endAll()
 {
@@ -340,19 +359,18 @@ void Server::endAll()
             ::close(listener);
         listener = -1;
     }
-    const Deadline deadline = Clock::now() + endingTime;
-    for (;;) {
+    for (int pauses = 0;; ++pauses) {
         {
             const std::scoped_lock lock(mutex);
             for (const auto& one : connections) {
-                if (!one->isInRequest || Clock::now() >= deadline)
+                if (!isToWaitFor(*one))
                     one->channel.shutDown();
             }
             if (connections.empty())
                 return;
         }
         joinEnded();
-        ::poll(nullptr, 0, 1);
+        ::poll(nullptr, 0, pauses < shortPauses ? 1 : longPauseMilliseconds);
     }
 }
 

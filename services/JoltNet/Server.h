@@ -63,8 +63,8 @@ public:
     void onRequest(const std::string& name, Handler handler);
 
     /// Accepts connections until stop is called, an answer was the last, or nothing has been asked
-    /// for so long. Requests under way have 10 s to be answered before it
-    /// returns.
+    /// for so long. Before it returns, requests under way are answered as long as they are not
+    /// late, but for no more than 10 s once stop was called.
     void run(std::chrono::seconds idleTime);
     /// Asked before the server ends for its idle time, and told whenever it ends; false lets it go
     /// on, for one who has begun the idle time anew meanwhile. Before run.
@@ -93,6 +93,8 @@ private:
     Answer handle(Request& request, std::uint64_t& received);
     void joinEnded();
     bool makeRoom();
+    void beginEnding() noexcept;
+    bool isToWaitFor(const Connection& connection) const;
     bool isAnyAtWork(std::chrono::seconds patience);
     void endAll();
 
@@ -105,6 +107,7 @@ private:
     Connections connections;
     std::atomic<bool> isStopping{false};
     std::atomic<std::int64_t> lastRequest{0};  // ticks of Clock
+    std::atomic<std::int64_t> stopTime{0};     // the same, 0 as long as nobody has called stop
     std::atomic<unsigned> underWay{0};
 };
 

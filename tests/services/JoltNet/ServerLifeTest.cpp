@@ -55,6 +55,13 @@ protected:
         return answer;
     }
 
+    void endWithTheLastAnswer()
+    {
+        const RawSocket last = connected();
+        last.send(requestBytes("Last", {"0"}));
+        ASSERT_EQ(last.receive(16), netTests::receiptBytes(1));
+    }
+
     RawSocket connected() { return RawSocket::connectedTo(server.port()); }
 
     std::vector<RawSocket> manyConnected()
@@ -338,23 +345,68 @@ TEST_F(ServerLife, RequestsUnderWayAreAnsweredBeforeItEnds)
     EXPECT_TRUE(until([&] { return running.hasEnded(); }));
 }
 
-TEST_F(ServerLife, RequestsThatDoNotComeToTheirEndHoldItUpForTenSeconds)
+TEST_F(ServerLife, RequestsThatComeInTimeAreAnsweredHoweverLongTheyTakeBehindTheLastAnswer)
 {
     const RunningServer running(server);
     const RawSocket socket = connected();
-    announceMuchAndSayNoMore(socket);
+    const RawSocket silent = connected();
+    const std::string second(2'500'000, '0');
+    const std::uint64_t size = 20 * second.size();
+    // More than the kernel keeps, so the server is in the midst of it.
+    socket.send(netTests::headerBytes("Take") +
+                netTests::frameBytes(netTests::stringKind, 0, size));
+    for (int i = 0; i < 10; ++i)
+        socket.send(second);
+    endWithTheLastAnswer();
+    ASSERT_TRUE(silent.isEnded());
+
+    for (int i = 0; i < 10; ++i) {
+        clock.advance(std::chrono::seconds(2));
+        EXPECT_FALSE(socket.isEndedSoon());
+        socket.send(second);
+    }
+    socket.send(netTests::frameBytes(netTests::endKind, 0, 0));
+    EXPECT_EQ(socket.receive(17), netTests::receiptBytes(size));
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+}
+
+TEST_F(ServerLife, WhatIsLateDoesNotHoldUpItsEnd)
+{
+    const RunningServer running(server);
+    const RawSocket request = connected();
+    announceMuchAndSayNoMore(request);
+    const RawSocket answer = connected();
+    askForMuchAndTakeNoMore(answer);
     const RawSocket other = connected();
     ASSERT_TRUE(isServed(other));
-    server.stop();
+    endWithTheLastAnswer();
     ASSERT_TRUE(other.isEnded());
+    EXPECT_FALSE(running.hasEnded());
 
-    // Less than the request's own time in all.
-    bool isEnded = false;
-    for (int i = 0; i < 1000 && !isEnded; ++i) {
-        clock.advance(std::chrono::seconds(11));
-        isEnded = socket.isEndedSoon();
-    }
-    EXPECT_TRUE(isEnded);
+    // Far less than both have in all.
+    clock.advance(std::chrono::minutes(2));
+    EXPECT_TRUE(until([&] { return running.hasEnded(); }));
+}
+
+TEST_F(ServerLife, WhoStopsItWaitsForNoRequestLongerThanTenSeconds)
+{
+    const RunningServer running(server);
+    const RawSocket socket = connected();
+    const RawSocket silent = connected();
+    const std::string second(2'500'000, '0');
+    socket.send(netTests::headerBytes("Take") +
+                netTests::frameBytes(netTests::stringKind, 0, muchLength));
+    for (int i = 0; i < 10; ++i)
+        socket.send(second);
+    endWithTheLastAnswer();
+    ASSERT_TRUE(silent.isEnded());
+    clock.advance(std::chrono::seconds(5));
+    EXPECT_FALSE(socket.isEndedSoon());
+
+    // Though it is in time, and the server was ending already.
+    server.stop();
+    EXPECT_FALSE(socket.isEndedSoon());
+    clock.advance(std::chrono::seconds(11));
     EXPECT_TRUE(until([&] { return running.hasEnded(); }));
 }
 
