@@ -28,6 +28,7 @@ namespace {
 
 constexpr int cannotServe = 1;
 constexpr int badArguments = 64;
+constexpr const char* noOutput = "cannot write to standard output";
 
 constexpr int pauseMilliseconds = 20;
 
@@ -58,7 +59,7 @@ void say(const std::string& line)
 {
     std::cout << line << std::endl;
     if (!std::cout)
-        throw std::runtime_error("cannot write to standard output");
+        throw std::runtime_error(noOutput);
 }
 
 // Whoever started this reads until all have closed their end.
@@ -225,13 +226,17 @@ int serveInBackground(const ServerOptions& options)
 
 }  // namespace
 
-int runServerProcess(int argc, const char* const* argv)
+int runServerProcess(int argc, const char* const* argv, bool hasOutput)
 {
     std::string complaint;
     const std::optional<ServerOptions> options = readOptions(argc, argv, complaint);
     if (!options) {
         std::cerr << "VNSNetServerBidi: " << complaint << std::endl;
         return badArguments;
+    }
+    if (!hasOutput) {
+        std::cerr << "VNSNetServerBidi: " << noOutput << std::endl;
+        return cannotServe;
     }
     if (options->action == ServerOptions::Action::help) {
         std::cout << helpText << std::flush;

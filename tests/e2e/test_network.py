@@ -407,10 +407,11 @@ def test_without_a_request_the_server_ends_after_its_idle_time(alone):
     until_nothing_is_left(alone)
 
 
+@pytest.mark.parametrize("output", [">/dev/full", ">&-", ">&- <&-"])
 @pytest.mark.parametrize("words", [[], ["--foreground"]])
-def test_a_server_whose_line_nobody_can_read_does_not_stay(alone, words):
-    words = [alone.bundle / "lib" / SERVER, *words]
-    run = alone.run("sh", "-c", " ".join(map(str, words)) + " >/dev/full")
+def test_a_server_whose_line_nobody_can_read_does_not_stay(alone, words, output):
+    words = [alone.bundle / "lib" / SERVER, *words, output]
+    run = alone.run("sh", "-c", " ".join(map(str, words)))
     assert (run.status, run.stdout) == (1, b"")
     assert run.stderr == b"VNSNetServerBidi: cannot write to standard output\n"
     until_nothing_is_left(alone)

@@ -90,6 +90,14 @@ TEST(ServerProcess, RefusesOtherArgumentsWithOneLineOnStandardError)
     EXPECT_EQ(err.text(), "VNSNetServerBidi: --port takes a number from 0 to 65535, not 'x'\n");
 }
 
+TEST(ServerProcess, StartsNothingWhereNobodyCanReadItsLine)
+{
+    const CapturedOutput err(std::cerr);
+    const char* const argv[] = {"VNSNetServerBidi", "--foreground"};
+    EXPECT_EQ(NetServer::runServerProcess(2, argv, false), 1);
+    EXPECT_EQ(err.text(), "VNSNetServerBidi: cannot write to standard output\n");
+}
+
 class ServerInBackground : public testing::Test {
 protected:
     void SetUp() override
