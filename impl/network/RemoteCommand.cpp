@@ -15,7 +15,9 @@ bool isLetterOrDigit(char letter)
            (letter >= 'a' && letter <= 'z');
 }
 
-constexpr std::string_view shellCharacters = "\"'`$\\;&|<>()*?[]{}!#~^";
+// Not among them: those that mean something at the beginning of a word only, which "/" is here. The
+// shells are none that somebody types into, so "!" brings nothing back.
+constexpr std::string_view shellCharacters = "\"'`$\\;&|<>()*?[]{}";
 
 bool isPlainInPath(char letter)
 {

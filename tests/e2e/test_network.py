@@ -163,8 +163,9 @@ def test_a_configuration_that_cannot_be_parsed_is_said_and_has_no_peers(alone):
 
 def test_the_servers_directory_can_be_another_one_on_the_peer(pair):
     host, peer = pair
-    peer.files_of_bundle.rename(peer.files_of_bundle.parent / "else-where_2.0")
-    run = host.measure(peer, environment={"remote_base_dir": str(host.site / "else-where_2.0")})
+    name = "else-where_2.0~1#x^y!"
+    peer.files_of_bundle.rename(peer.files_of_bundle.parent / name)
+    run = host.measure(peer, environment={"remote_base_dir": str(host.site / name)})
     in_order(run, host, peer)
     until_nothing_is_left(*pair)
 

@@ -200,10 +200,13 @@ TEST(RemoteCommand, KnowsPlainHostNames)
 
 TEST(RemoteCommand, KnowsPlainDirectories)
 {
-    for (const char* directory : {"/", "/opt/vetra", "/opt/vetra-1.0_x", "/\xc3\xa4"})
+    for (const char* directory : {"/", "/opt/vetra", "/opt/vetra-1.0_x", "/\xc3\xa4", "/x/ver~1",
+                                  "/x/c#", "/x/x^y", "/x/hi!", "/~", "/#", "/^", "/!", "/a:~=#"})
         EXPECT_TRUE(vetraTests::isPlainDirectory(directory)) << directory;
-    for (const char* directory : {"", "a", ".", "/a b", "/a\x7f", "/a*", "/a?", "/[a]", "/{a}",
-                                  "/(a)", "/<a", "/>a", "/a#", "/a~", "/a!", "/a^"})
+    for (const char* directory :
+         {"",     "a",    ".",    "/a b", "/a\x7f", "/a*",  "/a?",   "/[a]",  "/{a}",   "/(a)",
+          "/<a",  "/>a",  "~/x",  "~",    "#/x",    "!/x",  "^/x",   "/a #b", "/a\n#b", "/a;b",
+          "/a&b", "/a|b", "/a$b", "/a`b", "/a\\b",  "/a'b", "/a\"b", "/a\tb", "/a\x1b"})
         EXPECT_FALSE(vetraTests::isPlainDirectory(directory)) << directory;
 }
 
