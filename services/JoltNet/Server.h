@@ -42,8 +42,9 @@ struct Answer {
 /// Limits:     256 connections. One more takes the place of the oldest that has never sent a byte,
 ///             else of the one that has asked for nothing for the longest time, else of one whose
 ///             request comes in, or whose answer goes out, at less than 1 MB/s for 10 s; it is
-///             refused only if all are at work. A string takes 10 s, or a second for each megabyte that was announced, and a
-///             request of many strings 10 s and a second for each megabyte.
+///             refused only if all are at work. A string takes 10 s, or a second for each megabyte
+///             that was announced, and a request of many strings 10 s and a second for each
+///             megabyte.
 class Server {
 public:
     using Handler = std::function<Answer(const Received&)>;
