@@ -31,6 +31,11 @@ set(CPACK_PACKAGE_NAME vetra)
 set(CPACK_PACKAGE_VENDOR "the vetra developers")
 set(CPACK_PACKAGE_CONTACT "the vetra developers")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "tells whether a server is fit to run the ZIRN database")
+set(CPACK_PACKAGE_DESCRIPTION "\
+vetra gathers the facts of the host it runs on, judges them by thirteen
+rules, measures the file systems and the network to the peers, and writes
+down what it found. The programs are static and need nothing of the host
+but its kernel. They are run in /opt/vetra; /opt/vetra/README tells how.")
 set(CPACK_PACKAGE_FILE_NAME vetra-${PROJECT_VERSION}-x86_64)
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/PackageOptions.cmake)

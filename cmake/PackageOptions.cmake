@@ -9,6 +9,7 @@ endif()
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "dmidecode, numactl, openssh-client, net-tools")
 
+set(CPACK_RPM_PACKAGE_DESCRIPTION "${CPACK_PACKAGE_DESCRIPTION}")
 set(CPACK_RPM_PACKAGE_LICENSE "see /opt/vetra/LICENSES")
 # The programs are static: nothing is to be found out about them, and nothing stripped.
 set(CPACK_RPM_PACKAGE_AUTOREQPROV no)
