@@ -1,13 +1,13 @@
 # What an operator is given: the install tree, and the archive and packages made of it.
 
 install(FILES README.md DESTINATION . RENAME README)
-# What it refers to, for those who have no tree.
-foreach(page configuration facts profiler result-files rules security troubleshooting)
+# What it refers to, where it refers to it.
+foreach(page benchmarks configuration facts profiler result-files rules security troubleshooting)
     install(FILES docs/${page}.md DESTINATION docs)
 endforeach()
 install(FILES docs/profiler-example.svg DESTINATION docs)
-file(GLOB manual_pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.8)
-install(FILES ${manual_pages} DESTINATION man/man8)
+install(DIRECTORY docs/example-run DESTINATION docs)
+install(DIRECTORY docs/man DESTINATION docs FILES_MATCHING PATTERN "*.8")
 
 # The terms of what is linked in, as its packages state them. Whoever brings a library from elsewhere
 # names the place of its terms in VETRA_TERMS_OF_<name>.

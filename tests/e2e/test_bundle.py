@@ -1,10 +1,12 @@
-"""The static bundle, on hosts that have nothing and on kernels that know less."""
+"""The static bundle, on hosts that have nothing and on kernels that know less; and what the
+documents refer to that are delivered with it."""
 import json
 import os
 import pathlib
 import re
 import shutil
 import subprocess
+import tempfile
 
 import pytest
 
@@ -30,6 +32,16 @@ def bundle():
     return place
 
 
+@pytest.fixture(scope="module")
+def delivered():
+    """What the install rules of the build under test deliver; needs no bundle."""
+    build = pathlib.Path(os.environ["VETRA_BIN"]).resolve().parent
+    with tempfile.TemporaryDirectory(prefix="vetra-e2e-") as place:
+        subprocess.run(["cmake", "--install", build, "--prefix", place], check=True,
+                       capture_output=True)
+        yield pathlib.Path(place)
+
+
 @pytest.fixture
 def host(bundle, tmp_path):
     return bare_host.BareHost(tmp_path / "root", bundle)
@@ -47,7 +59,7 @@ def only_result(host):
 
 def test_it_holds_what_an_operator_copies(bundle):
     assert sorted(path.name for path in bundle.iterdir()) == sorted(
-        ["LICENSES", "README", "docs", "envprofile.sh", "examples", "fsperf", "lib", "man",
+        ["LICENSES", "README", "docs", "envprofile.sh", "examples", "fsperf", "lib",
          "scanhypervisorCheck", "vetra", "vetraApi"])
     assert [path.name for path in (bundle / "lib").iterdir()] == ["VNSNetServerBidi"]
     assert len(list((bundle / "examples").iterdir())) == 4
@@ -135,3 +147,65 @@ def test_a_peer_is_found_by_its_name_without_the_hosts_plug_ins(host, tmp_path):
     assert only_result(host)["zirn02"]["Throughput"] > 0
     opened = trace.read_text()
     assert "/etc/hosts" in opened and "libnss" not in opened
+
+
+# In Markdown: [text](target), and headings, whose anchors are made of their letters.
+LINK = re.compile(r"\]\(([^()\s]+)\)")
+HEADING = re.compile(r"^#+ +(.*)$", re.MULTILINE)
+# A file that is named without a link, as "man -l docs/man/vetra.8" does; from the top, as the
+# reader stands in the operator's directory.
+NAMED = re.compile(r"(?<![\w./-])(?:docs|examples|man)/[\w./-]*\w")
+
+
+def anchors_of(text):
+    return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
+            for heading in HEADING.findall(text)}
+
+
+def link_faults(place):
+    """What is referred to in the documents of a directory, and is not there."""
+    pages = [place / "README", *place.glob("docs/**/*.md")]
+    for page in pages:
+        for link in LINK.findall(page.read_text()):
+            path, _, anchor = link.partition("#")
+            target = page.parent / path if path else page
+            if re.match(r"\w+:", link):
+                continue
+            if not target.exists():
+                yield f"{page.relative_to(place)}: {link}"
+            elif anchor and anchor not in anchors_of(target.read_text()):
+                yield f"{page.relative_to(place)}: {link} (no such heading)"
+    for page in [*pages, *place.glob("docs/man/*")]:
+        # The path behind a link's text is that of the link.
+        text = LINK.sub("]", page.read_text()).replace("\\-", "-")
+        for name in NAMED.findall(text):
+            if not (place / name).exists():
+                yield f"{page.relative_to(place)}: {name}"
+
+
+def test_what_the_delivered_documents_refer_to_is_delivered(delivered):
+    assert list(link_faults(delivered)) == []
+    documents = {str(path.relative_to(delivered)) for path in delivered.glob("docs/**/*.*")}
+    assert {"docs/configuration.md", "docs/benchmarks.md", "docs/example-run/README.md",
+            "docs/man/vetra.8"} <= documents
+
+
+@pytest.mark.parametrize("page, text, fault", [
+    ("README", "see [it](docs/lost.md)", "README: docs/lost.md"),
+    ("README", "`man -l docs/man/lost.8`", "README: docs/man/lost.8"),
+    ("README", "[`docs/lost.md`](docs/there.md)", "README: docs/lost.md"),
+    ("README", "[a](docs/there.md#a-place) [b](docs/there.md#none)",
+     "README: docs/there.md#none (no such heading)"),
+    ("docs/there.md", "[up](../README.md)", "docs/there.md: ../README.md"),
+    ("docs/there.md", "[down](example-run/)", "docs/there.md: example-run/"),
+    ("docs/man/there.8", ".I examples/not\\-there.json",
+     "docs/man/there.8: examples/not-there.json"),
+])
+def test_a_reference_that_leads_nowhere_is_found(tmp_path, page, text, fault):
+    for name in ("README", "docs/there.md", "docs/man/there.8"):
+        path = tmp_path / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text("# A `place`\n[a](#a-place) https://host/docs/lost.md\n")
+    with open(tmp_path / page, "a") as file:
+        file.write(text + "\n")
+    assert list(link_faults(tmp_path)) == [fault]
