@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <sstream>
 
+#include "Diagnose/NoSignals.h"
 #include "Diagnose/Shell.h"
 #include "Diagnose/SystemError.h"
 #include "System/TrustedOpen.h"
@@ -23,15 +24,33 @@ namespace {
     refuseCommand(reason.view());
 }
 
+// The directory of a file that is wanted. What its path leads to may change meanwhile.
+class Place {
+public:
+    explicit Place(const std::string& path)
+        : name(System::lastNameOf(path)),
+          directory(System::openPlaceThroughTrustedLinks(System::directoryOf(path), path))
+    {
+        if (directory < 0)
+            refuseToWrite(path, errno);
+    }
+    ~Place() { ::close(directory); }
+    Place(const Place&) = delete;
+    Place& operator=(const Place&) = delete;
+
+    const std::string name;
+    const int directory;
+};
+
 // A file under another name beside the one that is wanted. Unless it was put there it goes.
 class Sibling {
 public:
-    explicit Sibling(const WantedFile& file) : wanted(file)
+    explicit Sibling(const WantedFile& file) : wanted(file), place(file.path)
     {
         if (const int error = create(); error != 0)
             refuseToWrite(wanted.path, error);
         if (const int error = write(); error != 0) {
-            ::unlink(name.c_str());
+            remove(name);
             refuseToWrite(wanted.path, error);
         }
     }
@@ -39,9 +58,9 @@ public:
     ~Sibling()
     {
         if (!isGone)
-            ::unlink(name.c_str());
+            remove(name);
         if (!kept.empty())
-            ::unlink(kept.c_str());
+            remove(kept);
     }
     Sibling(const Sibling&) = delete;
     Sibling& operator=(const Sibling&) = delete;
@@ -50,8 +69,8 @@ public:
     void checkPlace()
     {
         struct stat there {};
-        isThere = ::lstat(wanted.path.c_str(), &there) == 0;
-        if (isThere && S_ISDIR(there.st_mode))
+        isThere = ::fstatat(place.directory, place.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0;
+        if (place.name.empty() || (isThere && S_ISDIR(there.st_mode)))
             refuseToWrite(wanted.path, EISDIR);
     }
 
@@ -62,8 +81,10 @@ public:
         if (isExchanged)
             return;
         // Not every file system exchanges.
-        if (isThere && ::link(wanted.path.c_str(), (name + "o").c_str()) == 0)
-            kept = name + "o";
+        const std::string second = name + "o";
+        if (isThere &&
+            ::linkat(place.directory, place.name.c_str(), place.directory, second.c_str(), 0) == 0)
+            kept = second;
         if (rename(0) != 0)
             refuseToWrite(wanted.path, errno);
         isGone = true;
@@ -74,8 +95,9 @@ public:
         if (isExchanged)
             rename(RENAME_EXCHANGE);
         else if (kept.empty())
-            ::unlink(wanted.path.c_str());
-        else if (::rename(kept.c_str(), wanted.path.c_str()) == 0)
+            remove(place.name);
+        else if (::renameat(place.directory, kept.c_str(), place.directory, place.name.c_str()) ==
+                 0)
             kept.clear();
     }
 
@@ -84,12 +106,11 @@ private:
 
     int create()
     {
-        const std::string directory = wanted.path.substr(0, wanted.path.rfind('/') + 1);
         for (int attempt = 0; attempt < mostAttempts; ++attempt) {
             // Short, whatever is wanted: a name may be as long as the file system allows.
-            name =
-                directory + ".vetra-" + std::to_string(::getpid()) + "-" + std::to_string(attempt);
-            descriptor = System::openThroughTrustedLinks(name, O_WRONLY | O_CREAT | O_EXCL, 0666);
+            name = ".vetra-" + std::to_string(::getpid()) + "-" + std::to_string(attempt);
+            descriptor = ::openat(place.directory, name.c_str(),
+                                  O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
             if (descriptor >= 0 || errno != EEXIST)
                 return descriptor >= 0 ? 0 : errno;
         }
@@ -114,10 +135,14 @@ private:
 
     int rename(unsigned flags) const
     {
-        return ::renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, wanted.path.c_str(), flags);
+        return ::renameat2(place.directory, name.c_str(), place.directory, place.name.c_str(),
+                           flags);
     }
 
+    void remove(const std::string& one) const { ::unlinkat(place.directory, one.c_str(), 0); }
+
     const WantedFile& wanted;
+    Place place;
     std::string name;
     std::string kept;  // a second name of the old file
     int descriptor = -1;
@@ -130,6 +155,8 @@ private:
 
 void writeBoth(const WantedFile& first, const WantedFile& second)
 {
+    // A signal that ends the process waits until both files are there and nothing beside them.
+    const NoSignals meanwhile;
     Sibling one(first);
     Sibling other(second);
     one.checkPlace();

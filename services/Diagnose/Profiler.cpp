@@ -181,9 +181,9 @@ void endInChild()
 }
 
 // A child that was forked in the middle of a turn would wait for ever for what the sampler's thread
-// had locked, in here or in the library that walks, since it has no such thread. This is said before
-// the first command, as a fork that is under way calls what was there when it began. A failure is
-// that of memory.
+// had locked, in here or in the library that walks, since it has no such thread. Not left to the
+// first command, as a fork that is under way calls what was there when it began. A failure is that
+// of memory.
 const bool isForkable = ::pthread_atfork(&holdStill, &goOn, &endInChild) == 0;
 
 }  // namespace

@@ -17,7 +17,7 @@ namespace Diagnose {
 /// and no signal handler.
 ///
 /// Threads:    any; one command after the other.
-/// Fork:       waits for the end of the present command, so a command's answer must not lead to one.
+/// Fork:       waits for the end of the present command, so that answering one must not lead to it.
 ///             A child has the samples, and no profiler that runs.
 /// Errors:     a command that cannot be carried out throws a CommandException and changes nothing.
 void executeProfilerCommand(const std::vector<std::string>& words, std::ostream& answer);

@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "Diagnose/NoSignals.h"
 #include "Diagnose/SampleRecords.h"
 #include "Diagnose/SystemError.h"
 
@@ -28,23 +29,6 @@ timespec toTimespec(std::chrono::steady_clock::time_point moment)
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceStart);
     return {seconds.count(), std::chrono::nanoseconds(sinceStart - seconds).count()};
 }
-
-// The calling thread takes no signal until the end of its scope, nor will a thread that it starts.
-class NoSignals {
-public:
-    NoSignals()
-    {
-        sigset_t all;
-        ::sigfillset(&all);
-        ::pthread_sigmask(SIG_SETMASK, &all, &before);
-    }
-    ~NoSignals() { ::pthread_sigmask(SIG_SETMASK, &before, nullptr); }
-    NoSignals(const NoSignals&) = delete;
-    NoSignals& operator=(const NoSignals&) = delete;
-
-private:
-    sigset_t before;
-};
 
 }  // namespace
 

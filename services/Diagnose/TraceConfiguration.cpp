@@ -65,9 +65,17 @@ void giveUp(TraceFile& file, const std::string& reason)
 // The library opens files by their names; so this one is opened first, and then by its number.
 spdlog::sink_ptr fileSink(const std::string& path)
 {
-    const int file = System::openThroughTrustedLinks(path, O_WRONLY | O_CREAT | O_APPEND, 0666);
-    if (file < 0)
+    // A pipe that somebody put there would be waited for until another one reads it.
+    const int file =
+        System::openThroughTrustedLinks(path, O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK, 0666);
+    struct stat status {};
+    const bool isOpen = file >= 0 && ::fstat(file, &status) == 0;
+    if (!isOpen)
         throw spdlog::spdlog_ex("Failed opening file " + path + " for writing", errno);
+    if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode)) {
+        ::close(file);
+        throw spdlog::spdlog_ex("Failed opening file " + path + " for writing", ENXIO);
+    }
     const std::string name = "/proc/self/fd/" + std::to_string(file);
     try {
         auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(name);

@@ -26,6 +26,18 @@ void say(const std::string& text)
     std::cerr << "vetra: " + text + "\n" << std::flush;
 }
 
+// The descriptor, if there is one and what it stands for has places to write to: a pipe that
+// somebody put there would be waited for. Else -1 with errno.
+int withPlaces(int descriptor)
+{
+    struct stat status {};
+    if (descriptor < 0 || (::fstat(descriptor, &status) == 0 && !S_ISFIFO(status.st_mode)))
+        return descriptor;
+    ::close(descriptor);
+    errno = ESPIPE;
+    return -1;
+}
+
 std::string kernelNumber(const char* path)
 {
     std::ifstream file(path);
@@ -93,7 +105,7 @@ AsyncFileFactory::~AsyncFileFactory()
         queue->close();
     completionThreads.clear();
     for (const std::string& path : guarded) {
-        ::unlink(path.c_str());
+        System::unlinkThroughTrustedLinks(path);
         ProcessEnd::guard(path, false);
     }
     ProcessEnd::leave();
@@ -220,11 +232,14 @@ int AsyncFileFactory::openDescriptor(const std::string& path, bool& isDirect)
         System::openThroughTrustedLinks(path, flags | (isDirect ? O_DIRECT : 0), mode);
     // Where no file could be made for the probe, the refusal comes only now.
     if (descriptor >= 0 || !isDirect || errno != EINVAL)
-        return descriptor;
+        return withPlaces(descriptor);
     isDirect = false;
-    const std::scoped_lock held(mutex);
-    goOnCached(std::string("the opening of a file: ") + std::strerror(EINVAL));
-    return System::openThroughTrustedLinks(path, flags, mode);
+    const int cached = withPlaces(System::openThroughTrustedLinks(path, flags, mode));
+    if (cached >= 0) {
+        const std::scoped_lock held(mutex);
+        goOnCached(std::string("the opening of a file: ") + std::strerror(EINVAL));
+    }
+    return cached;
 }
 
 std::shared_ptr<File> AsyncFileFactory::makeFile(const std::string& path, int descriptor,
@@ -250,7 +265,7 @@ bool AsyncFileFactory::fileExists(const char* name) const
 void AsyncFileFactory::removeFile(const char* name)
 {
     const std::string path = pathOf(name);
-    if (::unlink(path.c_str()) != 0)
+    if (System::unlinkThroughTrustedLinks(path) != 0)
         say("cannot remove " + path + ": " + std::strerror(errno));
 }
 

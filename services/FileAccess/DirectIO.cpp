@@ -1,14 +1,14 @@
 #include "FileAccess/DirectIO.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-#include <vector>
+#include <string>
 
 #include "FileAccess/AsyncFile.h"
+#include "System/TrustedOpen.h"
 
 namespace FileAccess {
 
@@ -28,16 +28,16 @@ DirectIOAnswer answerFor(int systemError, const char* what)
 
 // A file that vanishes with its descriptor; by a name that is removed at once where the file system
 // has no nameless files.
-int openNameless(const std::string& directory)
+int openNameless(int directory)
 {
-    const int descriptor = ::open(directory.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600);
+    const int descriptor = ::openat(directory, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600);
     if (descriptor >= 0)
         return descriptor;
-    const std::string pattern = directory + "/.vetra-probe-XXXXXX";
-    std::vector<char> name(pattern.c_str(), pattern.c_str() + pattern.size() + 1);
-    const int named = ::mkostemp(name.data(), O_CLOEXEC);
+    const std::string name = ".vetra-probe-" + std::to_string(::getpid());
+    const int named =
+        ::openat(directory, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (named >= 0)
-        ::unlink(name.data());
+        ::unlinkat(directory, name.c_str(), 0);
     return named;
 }
 
@@ -55,7 +55,11 @@ DirectIOAnswer probeTransfers(int descriptor)
 
 DirectIOAnswer probeDirectIO(const std::string& directory)
 {
-    const int descriptor = openNameless(directory);
+    const int place = System::openPlaceThroughTrustedLinks(directory);
+    if (place < 0)
+        return {true, {}};
+    const int descriptor = openNameless(place);
+    ::close(place);
     if (descriptor < 0)
         return {true, {}};
     DirectIOAnswer answer{true, {}};

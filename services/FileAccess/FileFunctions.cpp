@@ -23,6 +23,11 @@ bool isUsable(std::string_view path)
     return !path.empty() && path.find('\0') == std::string_view::npos;
 }
 
+bool isOrdinary(const struct stat& status)
+{
+    return S_ISREG(status.st_mode) || S_ISCHR(status.st_mode);
+}
+
 FileDescriptor refused(FileDescriptor descriptor, int reason)
 {
     if (descriptor >= 0)
@@ -84,8 +89,16 @@ bool fileReadAll(FileDescriptor descriptor, Basis::string& content)
 
 FileDescriptor fileCreate(std::string_view path, bool isToAppend)
 {
-    const int flags = O_WRONLY | O_CREAT | (isToAppend ? O_APPEND : O_TRUNC);
-    return System::openThroughTrustedLinks(path, flags, 0666);
+    // A pipe that somebody put there would be waited for until another one reads it.
+    const int flags = O_WRONLY | O_CREAT | O_NONBLOCK | (isToAppend ? O_APPEND : O_TRUNC);
+    const int descriptor = System::openThroughTrustedLinks(path, flags, 0666);
+    if (descriptor < 0)
+        return INVALID_FILE_DESCRIPTOR;
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0 || !isOrdinary(status))
+        return refused(descriptor, ENXIO);
+    ::fcntl(descriptor, F_SETFL, isToAppend ? O_APPEND : 0);
+    return descriptor;
 }
 
 bool fileWriteAll(FileDescriptor descriptor, std::string_view content)
@@ -106,7 +119,7 @@ bool isOrdinaryOrAbsent(std::string_view path)
     struct stat status {};
     if (::stat(std::string(path).c_str(), &status) != 0)
         return errno == ENOENT;
-    return S_ISREG(status.st_mode) || S_ISCHR(status.st_mode);
+    return isOrdinary(status);
 }
 
 bool getCurrentDirectory(Basis::string& directory)
@@ -158,14 +171,12 @@ bool directoryCreate(std::string_view path)
 {
     if (!isUsable(path) || path.size() >= PATH_MAX)
         return false;
-    std::string whole(path);
-    for (std::size_t end = whole.find('/', 1); end != std::string::npos;
-         end = whole.find('/', end + 1)) {
-        whole[end] = '\0';
-        ::mkdir(whole.c_str(), 0777);
-        whole[end] = '/';
+    for (std::size_t end = 0; end != std::string_view::npos;) {
+        end = path.find('/', end + 1);
+        const std::string_view above = path.substr(0, end);
+        if (!directoryExists(above) && System::makeDirectoryThroughTrustedLinks(above, 0777) != 0)
+            break;
     }
-    ::mkdir(whole.c_str(), 0777);
     return directoryExists(path);
 }
 

@@ -9,8 +9,10 @@
 #include <cstring>
 #include <iostream>
 #include <mutex>
+#include <utility>
 
 #include "Basis/Crash.h"
+#include "System/TrustedOpen.h"
 
 namespace FileAccess {
 
@@ -23,6 +25,9 @@ constexpr std::size_t maxFiles = 64;
 struct GuardedFile {
     std::atomic<bool> isArmed{false};
     char path[PATH_MAX];
+    // Where the path led when it was marked, which may have changed since.
+    int directory = -1;
+    char name[NAME_MAX + 1];
 };
 GuardedFile files[maxFiles];
 struct sigaction oldActions[std::size(endingSignals)];
@@ -43,7 +48,7 @@ void removeGuardedFiles()
     for (GuardedFile& file : files) {
         if (!file.isArmed)
             continue;
-        ::unlink(file.path);
+        ::unlinkat(file.directory, file.name, 0);
         file.isArmed = false;
     }
 }
@@ -100,6 +105,29 @@ GuardedFile* placeFor(const std::string& path)
     return place;
 }
 
+// A handler that has seen the mark has said before that the process ends.
+void disarm(GuardedFile& file)
+{
+    file.isArmed = false;
+    if (!isEnding && file.directory >= 0)
+        ::close(std::exchange(file.directory, -1));
+}
+
+// A file that nobody could make needs no mark.
+void arm(GuardedFile& file, const std::string& path)
+{
+    const std::string name = System::lastNameOf(path);
+    if (file.isArmed || name.size() > NAME_MAX)
+        return;
+    file.directory = System::openPlaceThroughTrustedLinks(System::directoryOf(path), path);
+    if (file.directory < 0)
+        return;
+    if (path != file.path)
+        std::memcpy(file.path, path.c_str(), path.size() + 1);
+    std::memcpy(file.name, name.c_str(), name.size() + 1);
+    file.isArmed = true;
+}
+
 }  // namespace
 
 void ProcessEnd::enter()
@@ -130,7 +158,7 @@ void ProcessEnd::guard(const std::string& path, bool remove)
     GuardedFile* const place = path.size() < PATH_MAX ? placeFor(path) : nullptr;
     if (!remove) {
         if (place && path == place->path)
-            place->isArmed = false;
+            disarm(*place);
         return;
     }
     if (!place) {
@@ -140,9 +168,7 @@ void ProcessEnd::guard(const std::string& path, bool remove)
     }
     if (isEnding)
         return;
-    if (path != place->path)
-        std::memcpy(place->path, path.c_str(), path.size() + 1);
-    place->isArmed = true;
+    arm(*place, path);
 }
 
 }  // namespace FileAccess

@@ -31,6 +31,7 @@ public:
     Directory& operator=(const Directory&) = delete;
 
     int number() const { return descriptor; }
+    int release() { return std::exchange(descriptor, -1); }
     void replace(int owned)
     {
         close();
@@ -54,16 +55,20 @@ bool isTrusted(uid_t user)
     return user == 0 || user == ::geteuid();
 }
 
+// Whether others may put names into it.
+bool isShared(int directory)
+{
+    struct stat status {};
+    return ::fstat(directory, &status) != 0 || !isTrusted(status.st_uid) ||
+           (status.st_mode & 022) != 0;
+}
+
 // Who may put something else in the place of the link that was looked at is no matter: it is the
 // link itself that is open.
 bool mayFollow(int directory, int link)
 {
-    struct stat ofDirectory {};
     struct stat ofLink {};
-    if (::fstat(directory, &ofDirectory) != 0 || ::fstat(link, &ofLink) != 0)
-        return false;
-    const bool isShared = !isTrusted(ofDirectory.st_uid) || (ofDirectory.st_mode & 022) != 0;
-    return isTrusted(ofLink.st_uid) || !isShared;
+    return ::fstat(link, &ofLink) == 0 && (isTrusted(ofLink.st_uid) || !isShared(directory));
 }
 
 // What the links of /proc say is for people; only the kernel knows where they lead.
@@ -75,15 +80,15 @@ bool isOfKernel(int link)
 }
 
 // Whoever chose the path has to know why nothing is written there.
-void sayThatALinkIsRefused(std::string_view path)
+void sayWhatIsRefused(std::string_view path, const char* reason)
 {
     static std::mutex mutex;
     static std::set<std::string, std::less<>> said;
     constexpr std::size_t most = 64;
     const std::scoped_lock lock(mutex);
     if (said.size() < most && said.emplace(path).second) {
-        std::cerr << "vetra: " << path << " is not written: it leads through a symbolic link of "
-                  << "another user, in a directory that others may write to" << std::endl;
+        std::cerr << "vetra: " << path << " is not written: it " << reason
+                  << ", in a directory that others may write to" << std::endl;
     }
 }
 
@@ -91,6 +96,11 @@ class Walk {
 public:
     Walk(std::string_view path, int openFlags, mode_t openMode)
         : whole(path), rest(path), flags(openFlags | O_CLOEXEC), mode(openMode), directory(-1)
+    {
+    }
+    // To a directory, on the way to what somebody asked for.
+    Walk(std::string_view path, std::string_view asked)
+        : whole(asked), rest(path), flags(O_PATH), mode(0), directory(-1)
     {
     }
 
@@ -105,7 +115,7 @@ public:
                 const int descriptor = openLast(name, O_NOFOLLOW);
                 if (descriptor >= 0 || errno != ELOOP)
                     return descriptor;
-                const Directory link(openPlace(name, O_NOFOLLOW));
+                const Directory link(lookAt(name, O_NOFOLLOW));
                 if (link.number() >= 0 && isOfKernel(link.number()))
                     return openLast(name, 0);
                 if (link.number() < 0 || !follow(link))
@@ -114,6 +124,25 @@ public:
                 return -1;
             }
         }
+    }
+
+    // The directory that the whole path leads to.
+    int openPlace()
+    {
+        if (!begin())
+            return -1;
+        while (rest.find_first_not_of('/') != std::string::npos) {
+            if (!enter(takeName()))
+                return -1;
+        }
+        struct stat status {};
+        if (::fstat(directory.number(), &status) != 0)
+            return -1;
+        if (!S_ISDIR(status.st_mode)) {
+            errno = ENOTDIR;
+            return -1;
+        }
+        return directory.release();
     }
 
 private:
@@ -141,27 +170,45 @@ private:
             errno = EISDIR;
             return -1;
         }
-        const int asked = flags | more | (rest.empty() ? 0 : O_DIRECTORY);
+        // A file must not lose what it holds before it is known to belong here.
+        const int asked = (flags & ~O_TRUNC) | more | (rest.empty() ? 0 : O_DIRECTORY);
         do {
             descriptor = ::openat(directory.number(), name.c_str(), asked, mode);
         } while (descriptor < 0 && errno == EINTR);
-        return descriptor;
+        return descriptor >= 0 && (flags & O_ACCMODE) != O_RDONLY ? accept(descriptor) : descriptor;
     }
 
-    int openPlace(const std::string& name, int more) const
+    // Of a descriptor for writing: itself, or -1 if it is not to be written.
+    int accept(int descriptor)
+    {
+        Directory opened(descriptor);
+        struct stat status {};
+        if (::fstat(descriptor, &status) != 0)
+            return -1;
+        if (S_ISREG(status.st_mode) && status.st_nlink > 1 && isShared(directory.number())) {
+            sayWhatIsRefused(whole, "has another name as well");
+            errno = EACCES;
+            return -1;
+        }
+        if (S_ISREG(status.st_mode) && (flags & O_TRUNC) != 0 && ::ftruncate(descriptor, 0) != 0)
+            return -1;
+        return opened.release();
+    }
+
+    int lookAt(const std::string& name, int more) const
     {
         return ::openat(directory.number(), name.c_str(), O_PATH | O_CLOEXEC | more);
     }
 
     bool enter(const std::string& name)
     {
-        int next = openPlace(name, O_NOFOLLOW);
+        int next = lookAt(name, O_NOFOLLOW);
         struct stat status {};
         if (next >= 0 && ::fstat(next, &status) == 0 && S_ISLNK(status.st_mode)) {
             const Directory link(next);
             if (!isOfKernel(next))
                 return follow(link);
-            next = openPlace(name, 0);
+            next = lookAt(name, 0);
         }
         if (next < 0)
             return false;
@@ -178,7 +225,7 @@ private:
             return false;
         }
         if (!mayFollow(directory.number(), link.number())) {
-            sayThatALinkIsRefused(whole);
+            sayWhatIsRefused(whole, "leads through a symbolic link of another user");
             errno = EACCES;
             return false;
         }
@@ -202,15 +249,56 @@ private:
     int links = 0;
 };
 
+// Behind a NUL the kernel would see another path.
+bool isUsable(std::string_view path)
+{
+    if (!path.empty() && path.find('\0') == std::string_view::npos)
+        return true;
+    errno = EINVAL;
+    return false;
+}
+
 }  // namespace
 
 int openThroughTrustedLinks(std::string_view path, int flags, mode_t mode)
 {
-    if (path.empty() || path.find('\0') != std::string_view::npos) {
-        errno = EINVAL;
+    return isUsable(path) ? Walk(path, flags, mode).open() : -1;
+}
+
+int openPlaceThroughTrustedLinks(std::string_view directory, std::string_view askedFor)
+{
+    if (!isUsable(directory))
         return -1;
-    }
-    return Walk(path, flags, mode).open();
+    return Walk(directory, askedFor.empty() ? directory : askedFor).openPlace();
+}
+
+std::string directoryOf(std::string_view path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string_view::npos ? "." : std::string(path.substr(0, slash + 1));
+}
+
+std::string lastNameOf(std::string_view path)
+{
+    return std::string(path.substr(path.rfind('/') + 1));
+}
+
+int unlinkThroughTrustedLinks(std::string_view path)
+{
+    if (!isUsable(path))
+        return -1;
+    const Directory place(openPlaceThroughTrustedLinks(directoryOf(path), path));
+    return place.number() < 0 ? -1 : ::unlinkat(place.number(), lastNameOf(path).c_str(), 0);
+}
+
+int makeDirectoryThroughTrustedLinks(std::string_view path, mode_t mode)
+{
+    if (!isUsable(path))
+        return -1;
+    const std::size_t end = path.find_last_not_of('/');
+    const std::string_view bare = path.substr(0, end == std::string_view::npos ? 0 : end + 1);
+    const Directory place(openPlaceThroughTrustedLinks(directoryOf(bare), bare));
+    return place.number() < 0 ? -1 : ::mkdirat(place.number(), lastNameOf(bare).c_str(), mode);
 }
 
 }  // namespace System

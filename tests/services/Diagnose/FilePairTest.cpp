@@ -10,10 +10,30 @@
 #include <filesystem>
 #include <iostream>
 #include <string>
+#include <utility>
 
 #include "Diagnose/Shell.h"
 #include "tests/services/support/ChildProcess.h"
 #include "tests/services/support/Files.h"
+
+namespace {
+
+int signalAtRename = 0;  // taken at the next one
+
+}  // namespace
+
+// The linker sends the program's calls here, and keeps the library's own under "__real_".
+extern "C" {
+
+int __real_renameat2(int, const char*, int, const char*, unsigned);
+
+int __wrap_renameat2(int from, const char* name, int to, const char* newName, unsigned flags)
+{
+    if (const int number = std::exchange(signalAtRename, 0); number != 0)
+        ::raise(number);
+    return __real_renameat2(from, name, to, newName, flags);
+}
+}
 
 namespace {
 
@@ -155,6 +175,26 @@ TEST_F(FilePair, LeavesNothingIfADiskIsFull)
     EXPECT_THAT(end.output, HasSubstr("cannot write 'b': File too large (27, EFBIG)"));
     EXPECT_THAT(namesIn("."), ElementsAre("b"));
     EXPECT_EQ(contentOf("b"), "old b");
+}
+
+// The signal comes in the middle of the exchange, and its effect after it.
+TEST_F(FilePair, IsCompleteBeforeASignalEndsTheProcess)
+{
+    for (const char* const old : {"", "old"}) {
+        if (*old != '\0') {
+            writeFile("a", old);
+            writeFile("b", old);
+        }
+        const unitTests::ChildEnd end = unitTests::inChild([] {
+            signalAtRename = SIGTERM;
+            writeBoth({"a", "one"}, {"b", "two"});
+            std::cout << "went on";
+        });
+        EXPECT_EQ(end.signal, SIGTERM);
+        EXPECT_EQ(end.output, "");
+        EXPECT_EQ(contentOf("a") + contentOf("b"), "onetwo");
+        EXPECT_THAT(namesIn("."), ElementsAre("a", "b"));
+    }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -158,6 +159,20 @@ TEST_F(TraceConfigurationTest, WithoutASetUpLinesAreDropped)
     EXPECT_EQ(end.exitStatus, 0);
     EXPECT_EQ(end.errors, "");
     EXPECT_THAT(namesIn("."), IsEmpty());
+}
+
+TEST_F(TraceConfigurationTest, DoesNotWaitForTheReaderOfAPipe)
+{
+    const ChildEnd end = withTopic([](const TraceTopic& topic) {
+        const std::string name = std::string(program_invocation_short_name) + "_" +
+                                 std::to_string(::getpid()) + ".diag.trc";
+        ::mkfifo(name.c_str(), 0666);
+        TraceConfiguration::initializeExecutable(".", 1, 1);
+        topic.trace(TraceLevel::Error, "x");
+    });
+
+    EXPECT_EQ(end.exitStatus, 0);
+    EXPECT_THAT(end.errors, testing::HasSubstr("no diagnostic trace is written: Failed opening"));
 }
 
 TEST_F(TraceConfigurationTest, SecondSetUpChangesNothing)

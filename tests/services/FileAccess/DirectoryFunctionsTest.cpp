@@ -1,5 +1,7 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <memory>
@@ -165,6 +167,23 @@ TEST_F(Directories, CreateGivesTheModeThatTheUmaskLeaves)
     EXPECT_TRUE(isThere);
     EXPECT_EQ(unitTests::modeOf("a"), 0750U);
     EXPECT_EQ(unitTests::modeOf("a/b"), 0750U);
+}
+
+TEST_F(Directories, AreNotLedElsewhereByLinksOfOthers)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only root can make links for another user";
+    constexpr uid_t somebody = 65534;
+    ::mkdir("target", 0755);
+    ::mkdir("shared", 0777);
+    ::chmod("shared", 01777);
+    ::symlink("../target", "shared/link");
+    ASSERT_EQ(::lchown("shared/link", somebody, somebody), 0);
+
+    EXPECT_FALSE(directoryCreate("shared/link/new/deep"));
+    EXPECT_TRUE(directoryCreate("shared/own/deep"));
+
+    EXPECT_THAT(unitTests::namesIn("target"), testing::IsEmpty());
 }
 
 }  // namespace

@@ -166,6 +166,44 @@ TEST_F(FileFactory, SaysThatItCannotRemoveAFile)
                                  "/datavol.dat: No such file or directory\n");
 }
 
+TEST_F(FileFactory, RemovesNothingBehindALinkOfAnotherUser)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only root can make links for another user";
+    constexpr uid_t somebody = 65534;
+    const std::string shared = directory / "shared";
+    fs::create_directory(directory / "target");
+    fs::create_directory(shared);
+    ::chmod(shared.c_str(), 01777);
+    unitTests::writeFile(directory / "target/datavol.dat", "content");
+    ::symlink("../target", (shared + "/link").c_str());
+    ASSERT_EQ(::lchown((shared + "/link").c_str(), somebody, somebody), 0);
+    const CapturedOutput errors(std::cerr);
+    {
+        const auto factory = makeFactory(shared + "/link");
+        ASSERT_TRUE(factory);
+        factory->removeAtEnd("datavol.dat", true);
+        factory->removeFile("datavol.dat");
+        EXPECT_EQ(factory->openFile("datavol.dat", 2, 0, 33), nullptr);
+        EXPECT_THAT(errors.text(),
+                    HasSubstr("cannot remove " + shared + "/link/datavol.dat: Permission denied"));
+    }
+
+    EXPECT_THAT(unitTests::namesIn(directory / "target"), ElementsAre("datavol.dat"));
+}
+
+TEST_F(FileFactory, DoesNotWaitForAPipeInThePlaceOfTheFile)
+{
+    ASSERT_EQ(::mkfifo((directory / "datavol.dat").c_str(), 0666), 0);
+    const auto factory = makeFactory(directory.path());
+    const CapturedOutput errors(std::cerr);
+
+    EXPECT_EQ(factory->openFile("datavol.dat", 2, 0, 33), nullptr);
+
+    EXPECT_EQ(errors.text(),
+              "vetra: cannot open " + directory.path() + "/datavol.dat: Illegal seek\n");
+}
+
 TEST_F(FileFactory, StartsOneNamedThreadPerQueueAndEndsThemAll)
 {
     ASSERT_THAT(layerThreads(), ElementsAre());

@@ -5,12 +5,14 @@
 #include <limits.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <functional>
 #include <iostream>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -437,6 +439,39 @@ TEST_F(ProcessEndOfAFactory, LeavesTheFilesOfAnotherOneGuarded)
 
     EXPECT_EQ(end.signal, SIGHUP);
     EXPECT_THAT(names(), IsEmpty());
+}
+
+// The path may lead elsewhere by the time of the signal.
+TEST_F(ProcessEndIn, RemovesTheFileThatWasMarked)
+{
+    const std::string place = directory.path() + "/place";
+    ASSERT_EQ(::mkdir(place.c_str(), 0755), 0);
+    unitTests::writeFile(place + "/guarded", "content");
+
+    const ChildEnd end = inChild([&] {
+        ProcessEnd::enter();
+        ProcessEnd::guard(place + "/guarded", true);
+        ::rename(place.c_str(), (directory.path() + "/moved").c_str());
+        ::symlink(".", place.c_str());
+        ::raise(SIGTERM);
+    });
+
+    EXPECT_EQ(end.signal, SIGTERM);
+    EXPECT_THAT(names(), ElementsAre("guarded", "moved", "place"));
+    EXPECT_THAT(unitTests::namesIn(directory.path() + "/moved"), testing::IsEmpty());
+}
+
+TEST_F(ProcessEndIn, KeepsNoDescriptorOfWhatIsNotMarkedAnyMore)
+{
+    const std::set<int> before = unitTests::openDescriptors();
+    ProcessEnd::enter();
+    for (int i = 0; i < 3; ++i) {
+        ProcessEnd::guard(guarded, true);
+        ProcessEnd::guard(guarded, true);
+        ProcessEnd::guard(guarded, false);
+    }
+    ProcessEnd::leave();
+    EXPECT_EQ(unitTests::openDescriptors(), before);
 }
 
 }  // namespace
