@@ -10,6 +10,7 @@ namespace HypervisorScan {
 namespace {
 
 constexpr int usageStatus = 64;
+constexpr int outputStatus = 74;
 
 constexpr const char* usage =
     "Usage: ./scanhypervisorCheck to print the hypervisor under which this machine runs\n"
@@ -33,6 +34,15 @@ int refuse(std::string_view argument)
     return usageStatus;
 }
 
+// What was printed has reached the standard output, or that is said.
+int statusOfOutput()
+{
+    if (std::cout.good())
+        return 0;
+    std::cerr << "scanhypervisorCheck: standard output cannot be written" << std::endl;
+    return outputStatus;
+}
+
 void printVersion()
 {
     std::cout << "scanhypervisorCheck-" << zdbver_version() << " (" << zdbver_compiledate() << ")"
@@ -52,7 +62,7 @@ int runScanner(int argc, const char* const* argv, const CpuidReader& cpuid,
 {
     if (argc < 2) {
         printHypervisor(scan(cpuid, dmiDirectory));
-        return 0;
+        return statusOfOutput();
     }
     const bool isHelp = isEither(argv[1], "-h", "--help");
     if (!isHelp && !isEither(argv[1], "-v", "--version"))
@@ -63,7 +73,7 @@ int runScanner(int argc, const char* const* argv, const CpuidReader& cpuid,
         std::cout << usage << std::flush;
     else
         printVersion();
-    return 0;
+    return statusOfOutput();
 }
 
 }  // namespace HypervisorScan

@@ -1,6 +1,7 @@
 """The hypervisor scanner in the current directory: found or not, and whatever it may print."""
 import json
 import os
+import pathlib
 import shutil
 import subprocess
 
@@ -30,6 +31,15 @@ def test_without_a_scanner_both_facts_are_empty(host):
     assert hypervisor(run) == group(b"", b"")
     assert STARTED not in run.commands
     assert run.report == Model(host.directory).report()
+
+
+def test_lines_that_cannot_be_written_are_no_success():
+    scanner = pathlib.Path(os.environ["VETRA_BIN"]) / "scanhypervisorCheck"
+    for argument in [], ["--version"]:
+        with open("/dev/full", "w") as full:
+            run = subprocess.run([scanner, *argument], stdout=full, stderr=subprocess.PIPE, text=True)
+        assert (run.returncode, run.stderr) == (
+            74, "scanhypervisorCheck: standard output cannot be written\n")
 
 
 def test_the_scanner_is_asked_once(host):
