@@ -219,11 +219,15 @@ def small_batches(trace, least):
 
 
 def busy_since(trace, other, call):
-    """Whether another thread may not have counted yet what it gave to the kernel."""
+    """Whether another thread may not have counted yet what it gave to the kernel, or gave it after
+    this one had looked, which may have been at any time since this one's own call before."""
     if other.thread == call.thread:
         return False
-    return not any(later.thread == other.thread and other.end < later.begin < call.begin
-                   for later in trace.calls)
+    looked = max((mine.end for mine in trace.calls
+                  if mine.thread == call.thread and mine.end < call.begin), default=-1)
+    return other.end > looked or not any(
+        later.thread == other.thread and other.end < later.begin < call.begin
+        for later in trace.calls)
 
 
 @pytest.mark.parametrize("least", [2, 16, 40])
