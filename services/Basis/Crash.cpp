@@ -33,7 +33,9 @@ void beginCrash()
             hook();
         return;
     }
-    while (!isOurs)
+    if (isOurs)
+        return;
+    for (;;)
         ::pause();
 }
 

@@ -26,7 +26,8 @@ bool hasOutlier(const Basis::vector<std::int32_t>& nodeSizes, std::int32_t total
 {
     if (nodeSizes.empty())
         return false;
-    const double average = total / static_cast<std::int32_t>(nodeSizes.size());
+    const std::int32_t wholeAverage = total / static_cast<std::int32_t>(nodeSizes.size());
+    const double average = wholeAverage;
     bool found = false;
     for (const std::int32_t node : nodeSizes) {
         const double size = node;
