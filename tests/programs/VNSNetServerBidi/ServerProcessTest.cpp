@@ -102,6 +102,9 @@ class ServerInBackground : public testing::Test {
 protected:
     void SetUp() override
     {
+#if defined(__SANITIZE_THREAD__)
+        GTEST_SKIP() << "the thread sanitizer allows a forked process no threads";
+#endif
         if (!netTests::hasOwnNetwork())
             GTEST_SKIP() << "no network of its own";
     }
