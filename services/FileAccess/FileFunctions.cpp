@@ -174,7 +174,9 @@ bool directoryCreate(std::string_view path)
     for (std::size_t end = 0; end != std::string_view::npos;) {
         end = path.find('/', end + 1);
         const std::string_view above = path.substr(0, end);
-        if (!directoryExists(above) && System::makeDirectoryThroughTrustedLinks(above, 0777) != 0)
+        // Another run may have made it meanwhile.
+        if (!directoryExists(above) && System::makeDirectoryThroughTrustedLinks(above, 0777) != 0 &&
+            errno != EEXIST)
             break;
     }
     return directoryExists(path);

@@ -61,6 +61,10 @@ void handleEndingSignal(int number)
         if (endingSignals[i] == number)
             ::sigaction(number, &oldActions[i], nullptr);
     }
+    // The kernel keeps the first process of a container from the effect of such signals; the run
+    // would go on without its file.
+    if (::getpid() == 1)
+        ::_exit(128 + number);
     // Blocked until this handler returns, and then taken in the old way.
     ::raise(number);
     errno = lastError;

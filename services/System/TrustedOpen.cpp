@@ -190,7 +190,9 @@ private:
             errno = EACCES;
             return -1;
         }
-        if (S_ISREG(status.st_mode) && (flags & O_TRUNC) != 0 && ::ftruncate(descriptor, 0) != 0)
+        // A file that was just made has nothing to lose, and not every file system shortens files.
+        const bool isToEmpty = (flags & O_TRUNC) != 0 && S_ISREG(status.st_mode);
+        if (isToEmpty && status.st_size != 0 && ::ftruncate(descriptor, 0) != 0)
             return -1;
         return opened.release();
     }
@@ -202,7 +204,10 @@ private:
 
     bool enter(const std::string& name)
     {
-        int next = lookAt(name, O_NOFOLLOW);
+        // What is asked for as a directory is mounted, if it is mounted on demand.
+        int next = lookAt(name, O_NOFOLLOW | O_DIRECTORY);
+        if (next < 0 && errno == ENOTDIR)
+            next = lookAt(name, O_NOFOLLOW);
         struct stat status {};
         if (next >= 0 && ::fstat(next, &status) == 0 && S_ISLNK(status.st_mode)) {
             const Directory link(next);

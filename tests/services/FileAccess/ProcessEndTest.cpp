@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -292,6 +293,29 @@ TEST_F(ProcessEndIn, LeavesTheFileWhenAChildIsEnded)
     });
 
     EXPECT_EQ(end.output, "11");
+}
+
+// Such signals have no effect on it but what it does itself.
+TEST_F(ProcessEndIn, EndsTheFirstProcessOfAContainerToo)
+{
+    const ChildEnd end = inChild([this] {
+        if (::unshare(CLONE_NEWPID) != 0)
+            return;
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ProcessEnd::enter();
+            ProcessEnd::guard(guarded, true);
+            ::raise(SIGTERM);
+            ::_exit(0);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        std::cout << WEXITSTATUS(status) << ' ' << fs::exists(guarded);
+    });
+    if (end.output.empty())
+        GTEST_SKIP() << "only root can make a container";
+
+    EXPECT_EQ(end.output, "143 0");
 }
 
 TEST_F(ProcessEndIn, RemovesTheFileInACrash)
