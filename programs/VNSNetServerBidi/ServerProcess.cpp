@@ -16,7 +16,9 @@
 
 #include "Diagnose/TraceConfiguration.h"
 #include "Diagnose/TraceTopic.h"
+#include "JoltNet/Engine.h"
 #include "JoltNet/NetException.h"
+#include "JoltNet/Request.h"
 #include "Version/Version.h"
 #include "programs/VNSNetServerBidi/MeasuringServer.h"
 #include "programs/VNSNetServerBidi/Patience.h"
@@ -76,14 +78,32 @@ void closeStandardStreams()
         ::close(nothing);
 }
 
+// Whoever cannot be told where the server listens is no user of it.
+void leaveRunning(unsigned short port)
+{
+    JoltNet::Engine::initialize(config::Configuration::getServiceConfig(), port, false);
+    try {
+        JoltNet::Request("StopVNS", "127.0.0.1", port, 0).in();
+    } catch (const JoltNet::NetException&) {
+        // It has ended.
+    }
+    JoltNet::Engine::terminate();
+}
+
 bool joinRunning(Holder& holder)
 {
     const UserRegistry::Joining joining = UserRegistry::joinRunning();
     holder = joining.holder;
-    if (joining.port)
+    if (!joining.port)
+        return false;
+    try {
         say("VNSNetServerBidi: one more user of the server that listens on port " +
             std::to_string(*joining.port));
-    return joining.port.has_value();
+    } catch (...) {
+        leaveRunning(*joining.port);
+        throw;
+    }
+    return true;
 }
 
 std::unique_ptr<UserRegistry> makeRegistry()

@@ -36,10 +36,12 @@ std::span<iovec> withoutFirst(std::span<iovec> parts, std::size_t bytes)
     return parts;
 }
 
-// What so many bytes are given in addition.
-Clock::duration timeFor(std::size_t bytes)
+// When the bytes behind so many are due. A peer that was fast has no claim to be silent for as much
+// longer.
+Deadline dueBehind(Deadline due, std::size_t bytes)
 {
-    return std::chrono::microseconds(bytes * 1'000'000 / leastBytesPerSecond);
+    const auto earned = std::chrono::microseconds(bytes * 1'000'000 / leastBytesPerSecond);
+    return std::min<Deadline>(due + earned, Clock::now() + leastTransferTime);
 }
 
 bool mayPass(int systemError)
@@ -95,7 +97,8 @@ void Channel::send(std::span<iovec> parts, bool isMoreComing, Deadline deadline)
         const ssize_t sent = ::sendmsg(descriptor.number(), &message, flags);
         if (sent >= 0) {
             parts = withoutFirst(parts, static_cast<std::size_t>(sent));
-            due += timeFor(static_cast<std::size_t>(sent));
+            if (isMoreComing || !parts.empty())
+                due = dueBehind(due, static_cast<std::size_t>(sent));
         } else if (!mayPass(errno)) {
             throwSystemError(errno, "send to", peerText);
         }
@@ -189,7 +192,7 @@ void Channel::consume(std::uint64_t length, std::span<char> firstBytes, Deadline
         firstBytes = firstBytes.subspan(kept);
         begin += count;
         length -= count;
-        due += timeFor(count);
+        due = dueBehind(due, count);
     }
     setDue({});
 }

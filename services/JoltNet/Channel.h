@@ -72,8 +72,9 @@ public:
     /// Takes bytes and forgets them, but for the first ones, which it copies as far as they fit.
     void consume(std::uint64_t length, std::span<char> firstBytes, Deadline deadline);
 
-    /// When the next bytes of what is being consumed or sent are due: 10 s, and a second for each
-    /// megabyte that has come or gone. Nothing unless something is. From any thread.
+    /// When the next bytes of what is being consumed or sent are due: 10 s behind the beginning and
+    /// a second for each megabyte that has come or gone, but no more than 10 s behind the last of
+    /// them. Nothing unless something is. From any thread.
     std::optional<Clock::time_point> dueTime() const;
 
     /// Whether nothing has come in that nobody has asked for, the peer's end of all among it.

@@ -5,6 +5,9 @@
 #include <signal.h>
 #include <sys/eventfd.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <system_error>
 #include <utility>
 
@@ -14,7 +17,14 @@ namespace JoltNet {
 
 namespace {
 
-constexpr int aSecond = 1000;  // milliseconds
+constexpr std::chrono::seconds aSecond{1};
+
+// Not a moment too short, and no more than a second whatever becomes of the clock.
+int millisecondsUntil(Clock::time_point moment)
+{
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(moment - Clock::now());
+    return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 1000));
+}
 
 // Signals are for the threads that were there before, but for the profiler's.
 void repeat(const std::function<void()>& work, int end)
@@ -24,9 +34,12 @@ void repeat(const std::function<void()>& work, int end)
     ::sigdelset(&all, Diagnose::samplingSignal());
     ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
     pollfd event{end, POLLIN, 0};
-    for (int count = -1; count <= 0; count = ::poll(&event, 1, aSecond)) {
-        if (count == 0)
-            work();
+    Clock::time_point due = Clock::now() + aSecond;
+    while (::poll(&event, 1, millisecondsUntil(due)) <= 0) {
+        if (Clock::now() < due)
+            continue;  // the profiler's signal
+        work();
+        due = Clock::now() + aSecond;
     }
 }
 

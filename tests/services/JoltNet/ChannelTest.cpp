@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <memory>
@@ -292,7 +293,11 @@ TEST_F(ChannelTest, ExpectsAMegabyteASecondAndTenSecondsMoreOfWhatIsSent)
 {
     std::vector<Deadline> dues;
     hooks.mostPerSend = 100'000;
-    hooks.beforeTransfer = [&] { dues.push_back(channel.dueTime().value_or(Deadline())); };
+    // A peer that takes half as much as it should.
+    hooks.beforeTransfer = [&] {
+        dues.push_back(channel.dueTime().value_or(Deadline()));
+        clock.advance(std::chrono::milliseconds(200));
+    };
     EXPECT_EQ(channel.dueTime(), std::nullopt);
     const Deadline begin = Clock::now();
     std::thread peer([this] { pair.second.receive(2'500'000); });
@@ -306,6 +311,21 @@ TEST_F(ChannelTest, ExpectsAMegabyteASecondAndTenSecondsMoreOfWhatIsSent)
     ASSERT_EQ(dues.size(), 25U);
     EXPECT_GE(dues.front(), begin + std::chrono::seconds(10));
     EXPECT_EQ(dues.back() - dues.front(), std::chrono::milliseconds(2400));
+}
+
+TEST_F(ChannelTest, ExpectsMoreWithinTenSecondsHoweverMuchWasSent)
+{
+    std::vector<Clock::duration> times;
+    hooks.mostPerSend = 1'000'000;
+    hooks.beforeTransfer = [&] {
+        times.push_back(channel.dueTime().value_or(Deadline()) - Clock::now());
+    };
+    std::thread peer([this] { pair.second.receive(50'000'000); });
+    send({std::string(50'000'000, 'x')}, soon());
+    peer.join();
+
+    EXPECT_GE(times.size(), 50U);
+    EXPECT_LE(*std::max_element(times.begin(), times.end()), std::chrono::seconds(10));
 }
 
 TEST_F(ChannelTest, WaitsForAByteAndKeepsIt)

@@ -188,12 +188,6 @@ bool RawSocket::isEnded() const
     return received == 0 || (received < 0 && (errno == ECONNRESET || errno == EPIPE));
 }
 
-bool RawSocket::hasEnded() const
-{
-    char byte = 0;
-    return ::recv(descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
-}
-
 bool RawSocket::isEndedSoon() const
 {
     pollfd wait{descriptor, POLLIN, 0};

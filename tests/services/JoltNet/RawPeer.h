@@ -39,8 +39,6 @@ public:
     std::string receive(std::size_t bytes) const;
     /// Waits until the other side has ended; false if it sends a byte instead, or nothing.
     bool isEnded() const;
-    /// Whether it has ended already.
-    bool hasEnded() const;
     /// Whether it has ended within a hundredth of a second.
     bool isEndedSoon() const;
     /// Nothing more will be sent.

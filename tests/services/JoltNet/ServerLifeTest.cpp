@@ -417,7 +417,7 @@ TEST_F(ServerLife, WhoHasTheLastAnswerMayStartTheNextServer)
     ASSERT_EQ(socket.receive(16), netTests::receiptBytes(1));
 
     // The end has come with it, so that nothing more is asked there.
-    EXPECT_TRUE(socket.hasEnded());
+    EXPECT_TRUE(socket.isEnded());
     EXPECT_NO_THROW(Server("127.0.0.1", server.port()));
     EXPECT_TRUE(until([&] { return running.hasEnded(); }));
 }
